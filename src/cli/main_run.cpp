@@ -1,0 +1,179 @@
+#include "cli/main_run.h"
+
+#include <string>
+
+#include "cli/command_line.h"
+#include "cli/option_model.h"
+#include "cli/preparation.h"
+#include "cli/unavailable.h"
+#include "console/console.h"
+#include "console/number_text.h"
+#include "console/random_source.h"
+#include "console/sector_dump.h"
+#include "discovery/identification.h"
+#include "disk/handles.h"
+#include "disk/sector_io.h"
+#include "disk/volumes.h"
+#include "host/windows_version.h"
+
+namespace {
+
+constexpr std::string_view kVersion = KORVENTIX_VERSION;
+constexpr std::uint64_t kLargeDeviceBytes = 65'000'000'000;
+
+// FIND and GETDRV print lines for batch files and nothing else.
+bool SpeaksToBatchFiles() { return HasKeyword(" GETDRV") || HasKeyword(" FIND"); }
+
+void StartUp() {
+  port->SuppressErrorBoxes();
+  SeedRandom(port->RandomSeed());
+  if (!ConsoleWrite("")) {
+    NoConsole = true;
+  }
+}
+
+void PrintBanner() {
+  const std::string title = std::string(kProgramName) + " v" + std::string(kVersion);
+  if (SpeaksToBatchFiles() || ConsoleWrite("\r\n" + title + "\r\n" + std::string(title.size(), '=') + "\r\n")) {
+    return;
+  }
+  port->ShowBox("Please relink for console output", kBoxOk, kProgramName);
+  NoConsole = true;
+}
+
+// The modes that are answered without a drive, in the order in which they take the run.
+void RunModesWithoutDrive() {
+  for (const std::string_view mode : {" FIND", " LIST", " FILEINFO"}) {
+    if (HasKeyword(mode)) {
+      EndUnavailable(mode.substr(1));
+    }
+  }
+}
+
+// The usage text has no place of its own yet: a command without DRIVE= ends with its level alone.
+[[noreturn]] void EndWithoutDrive() { MyExitProcess(kLevelBadParameter); }
+
+void RefuseDrive() {
+  const std::string drive = std::to_string(DriveNumber);
+  if (!OptAllDrives && DriveBus != "USB") {
+    ReportBox("\r\nDrive " + drive + " is not a USB drive!");
+    MyExitProcess(kLevelNotUsb);
+  }
+  if (DriveBytes == 0) {
+    ReportBox("\r\nCannot find drive " + drive +
+              "\r\nPlease ensure you have specified DRIVE=n where n is a NUMBER not a letter - add ALLDRIVES for non-USB "
+              "drives.");
+    MyExitProcess(kLevelNotFound);
+  }
+  if (BytesPerSector != kSectorBytes) {
+    constexpr std::uint32_t kAdvancedFormat = 4096;
+    ReportBox("\r\nERROR: Drive " + drive + " is reported as " +
+              (BytesPerSector == kAdvancedFormat ? "a 4K" : "not a 512") + "-bytes per sector drive!");
+    MyExitProcess(kLevelOperational);
+  }
+}
+
+void AskAboutLargeDevice() {
+  if (DriveReportedBytes > kLargeDeviceBytes &&
+      !Confirmed("Drive " + std::to_string(DriveNumber) + " " + DriveModel +
+                 " appears to be a large device!\r\nPress OK to continue or Cancel to abort")) {
+    MyExitProcess(kLevelUserAbort);
+  }
+}
+
+void OpenDrive() {
+  constexpr std::uint32_t kBeforeSecondTry = 1000;
+  if (Open_Physical_Disk_hDrive(DriveNumber)) {
+    return;
+  }
+  port->Wait(kBeforeSecondTry);
+  if (Open_Physical_Disk_hDrive(DriveNumber)) {
+    return;
+  }
+  const std::uint32_t code = port->LastError();
+  if (WindowsVersionIndex() >= kWindowsVista) {
+    ReportBox("Error accessing device - Please right-click on .exe file and choose 'Run as Administrator'", kBoxStop,
+              WindowsVersionText());
+  } else {
+    // Behind "Err=" stand a run-time error's description, this code and that error's number: there are no run-time
+    // errors, so the first is empty and the last is 0.
+    ReportBox("\r\nFailed to open handle on disk " + std::to_string(DriveNumber) + " Err=" + std::to_string(code) + "0");
+  }
+  MyExitProcess(kLevelOperational);
+}
+
+void CheckAndOpenDrive() {
+  MountDriveVolumes(DriveNumber);
+  GetUSBDiskDriveInfo(DriveNumber);
+  ConsoleWrite("\r\nAccessing Drive " + std::to_string(DriveNumber) + " - \"" + DriveModel + "\" (" +
+               NumberText(DriveReportedBytes, "") + " bytes)\r\n");
+  RefuseDrive();
+  AskAboutLargeDevice();
+  OpenDrive();
+}
+
+void ProveFirstSectors() {
+  if (!DirectRead(0, 2)) {
+    ConsoleWrite("\r\nError accessing sector 0 on Drive " + std::to_string(DriveNumber) + "\r\n" + LastErrorText +
+                 "\r\n");
+    MyExitProcess(kLevelOperational);
+  }
+  if (OptDebug) {
+    DebugWrite("\r\nCURRENT DRIVE CONTENTS:");
+    PrintDump(SectorBuffer);
+  }
+}
+
+// The modes on an open drive, in the order in which they take the run.
+void RunModesOnDrive() {
+  for (const std::string_view mode : {" DRIVEINFO", " USBINFO", " USBTOFILE", " FILETOUSB"}) {
+    if (HasKeyword(mode)) {
+      EndUnavailable(mode.substr(1));
+    }
+  }
+  ProveFirstSectors();
+  for (const std::string_view mode : {" FIRSTPART", " CLEAN", " ERASE", " QUICKTEST", " SPEEDTEST"}) {
+    if (HasKeyword(mode)) {
+      EndUnavailable(mode.substr(1));
+    }
+  }
+}
+
+}  // namespace
+
+void Main() {
+  constexpr std::size_t kFirstBufferSectors = 6;
+  StartUp();
+  const std::string raw_line = port->CommandLine();
+  BuildCmdLine(raw_line);
+  if (!SpeaksToBatchFiles()) {
+    ConsoleWrite("\r\nCOMMAND LINE: " + raw_line + "\r\n");
+  }
+  const std::string volume_message = TakeVolumeName(raw_line);
+  OptAllDrives = HasKeyword(" ALLDRIVES");
+  ParseSizeLimit();
+  PrintBanner();
+  SizeSectorBuffer(kFirstBufferSectors * kSectorBytes);
+  ParseArguments();
+  ParseLayoutFlags();
+  DeriveBootType();
+  ParseRunFlags();
+  RefuseConflicts();
+
+  RunModesWithoutDrive();
+  if (!ParseDriveNumber()) {
+    EndWithoutDrive();
+  }
+  if (!volume_message.empty()) {
+    ConsoleWrite(volume_message);
+  }
+  if (HasKeyword(" GETDRV")) {
+    EndUnavailable("GETDRV");
+  }
+  CheckAndOpenDrive();
+  RunModesOnDrive();
+  if (OptWriteMbrOnly) {
+    WriteMbrOnly();
+  }
+  PrepareDrive();
+}

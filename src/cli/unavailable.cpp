@@ -1,0 +1,30 @@
+#include "cli/unavailable.h"
+
+#include <string>
+
+#include "cli/option_model.h"
+#include "console/console.h"
+#include "partition/mbr_builder.h"
+
+void EndUnavailable(std::string_view what) {
+  ConsoleWrite("\r\n" + std::string(what) + " is not available in this version!");
+  MyExitProcess(kLevelUnknown);
+}
+
+void RefuseUnavailableFormat() {
+  if (!WantBootCode) {
+    return;
+  }
+  if (Opt2Ptn && !OptZip && GeomSpt == 63) {
+    EndUnavailable("Formatting a second partition as FAT12");
+  }
+  if (UseNtfs) {
+    EndUnavailable("Formatting as NTFS");
+  }
+  if (UseExfat) {
+    EndUnavailable("Formatting as exFAT");
+  }
+  if (UseFat16 || BootType != "FAT32BOOTMGR") {
+    EndUnavailable("Boot code for " + BootType);
+  }
+}

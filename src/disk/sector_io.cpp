@@ -1,0 +1,87 @@
+#include "disk/sector_io.h"
+
+#include <cassert>
+
+#include "cli/option_model.h"
+#include "console/console.h"
+#include "console/sector_dump.h"
+#include "disk/handles.h"
+
+void SizeSectorBuffer(std::size_t last) { SectorBuffer.assign(last + 1, 0); }
+
+static void NoteError() {
+  LastDllError = port->LastError();
+  LastErrorText = SystemErrorText(LastDllError);
+}
+
+// An LBA that no signed byte position reaches wraps to a negative one, which the platform refuses.
+static std::uint64_t PositionOf(std::uint64_t lba) { return lba * kSectorBytes; }
+
+static bool SeekToSector(std::uint64_t lba) {
+  LastSectorLba = lba;
+  if (port->Seek(DiskHandle, static_cast<std::int64_t>(PositionOf(lba)))) {
+    return true;
+  }
+  NoteError();
+  LastTransferBytes = 0;
+  return false;
+}
+
+static std::size_t TransferBytes(std::int32_t sectors) {
+  const std::size_t bytes = static_cast<std::size_t>(sectors) * kSectorBytes;
+  assert(sectors >= 0 && bytes <= SectorBuffer.size() && "SectorBuffer holds the whole transfer");
+  return bytes;
+}
+
+bool DirectRead(std::uint64_t lba, std::int32_t sectors) {
+  if (!SeekToSector(lba)) {
+    return false;
+  }
+  std::uint32_t moved = 0;
+  const bool done = port->Read(DiskHandle, ByteSpan(SectorBuffer).first(TransferBytes(sectors)), moved);
+  NoteError();
+  LastTransferBytes = done ? moved : 0;
+  return done;
+}
+
+bool DirectWrite(std::uint64_t lba, std::int32_t sectors) {
+  if (!SeekToSector(lba)) {
+    return false;
+  }
+  const std::size_t bytes = TransferBytes(sectors);
+  // The range lock is advisory: the write goes ahead without it. A failed write leaves it to the closing of the handle.
+  port->LockRange(DiskHandle, PositionOf(lba), bytes);
+  std::uint32_t moved = 0;
+  const bool done = port->Write(DiskHandle, ConstByteSpan(SectorBuffer).first(bytes), moved);
+  NoteError();
+  LastTransferBytes = done ? moved : 0;
+  if (!done) {
+    return false;
+  }
+  // Meant to be ignored: a write that the platform has taken counts as written, whatever flush and unlock say.
+  port->Flush(DiskHandle);
+  port->UnlockRange(DiskHandle, PositionOf(lba), bytes);
+  return true;
+}
+
+std::string SystemErrorText(std::uint32_t code) {
+  constexpr std::size_t kLineEnd = 2;
+  const std::string message = port->ErrorMessage(code == 0 ? port->LastError() : code);
+  if (message.size() < kLineEnd) {
+    return "";
+  }
+  return "\r\nERROR: " + message.substr(0, message.size() - kLineEnd);
+}
+
+void LoadDriveHeader() {
+  constexpr std::int32_t kHeaderSectors = 6;
+  SizeSectorBuffer(kHeaderSectors * kSectorBytes);
+  if (!DirectRead(0, kHeaderSectors)) {
+    ReportBox("\r\nError accessing sector 0 on Drive " + std::to_string(DriveNumber) + "\r\n" + LastErrorText + "\r\n");
+    MyExitProcess(kLevelOperational);
+  }
+  if (OptDebug) {
+    ConsoleWrite("\r\nDrive Partition table:\r\n");
+    PrintDump(SectorBuffer);
+  }
+}

@@ -1,0 +1,49 @@
+#include "format/fat_volume.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "cli/option_model.h"
+#include "console/random_source.h"
+#include "disk/sector_io.h"
+#include "partition/mbr_builder.h"
+
+namespace {
+
+constexpr std::size_t kLabelCharacters = 11;
+constexpr std::uint8_t kLabelAndArchive = 0x28;
+
+struct DirectoryEntry {
+  char name[kLabelCharacters];     // 0x00
+  std::uint8_t attributes;         // 0x0B
+  std::uint8_t unused[12];         // 0x0C
+  std::uint8_t date[2];            // 0x18
+  std::uint8_t cluster_and_size[6];  // 0x1A
+};
+static_assert(sizeof(DirectoryEntry) == 32 && offsetof(DirectoryEntry, date) == 0x18);
+
+}  // namespace
+
+std::uint64_t VolumeStartLba() { return OptUsbFdd ? 0 : static_cast<std::uint64_t>(StartLba); }
+
+std::uint8_t MediaDescriptor() { return OptZip ? kMediaFloppy : kMediaHardDisk; }
+
+std::uint8_t BiosDriveNumber() { return OptZip ? kDriveFloppy : kDriveHardDisk; }
+
+void DrawVolumeSerial(std::uint8_t* serial) {
+  for (const float range : {170.0F, 187.0F, 204.0F, 221.0F}) {
+    *serial++ = static_cast<std::uint8_t>(std::nearbyint(range * NextRandom()));  // ties to even
+  }
+}
+
+std::string PaddedLabel(const std::string& label) { return label + std::string(kLabelCharacters, ' '); }
+
+void StoreLabelEntry(const std::string& padded_label) {
+  DirectoryEntry entry{};
+  std::copy_n(padded_label.begin(), kLabelCharacters, entry.name);
+  entry.attributes = kLabelAndArchive;
+  entry.date[0] = 0x21;  // 1 January 2000
+  entry.date[1] = 0x28;
+  std::memcpy(SectorBuffer.data(), &entry, sizeof entry);
+}

@@ -1,0 +1,68 @@
+#include "format/images/boot_images.h"
+
+#include <optional>
+
+#include "disk/sector_io.h"
+
+namespace {
+
+constexpr std::size_t kLineCharacters = 73;
+constexpr std::size_t kBytesPerLine = 16;
+constexpr std::string_view kSentinel = "ZZZZ";
+
+// The dumps are made of the assembler sources by the build.
+constexpr std::string_view kMbr =
+#include "Mbr_Code.inc"
+    ;
+constexpr std::string_view kFat32Bootmgr =
+#include "Fat32Bootmgr_Code.inc"
+    ;
+constexpr std::string_view kFat32BootmgrExt =
+#include "Fat32BootmgrExt_Code.inc"
+    ;
+
+std::optional<std::uint8_t> HexPair(std::string_view pair) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  const std::size_t high = kDigits.find(pair[0]);
+  const std::size_t low = kDigits.find(pair[1]);
+  if (high == std::string_view::npos || low == std::string_view::npos) {
+    return std::nullopt;
+  }
+  return static_cast<std::uint8_t>(high * 16 + low);
+}
+
+// Stores the sixteen bytes of a line; false at a pair that is no number, or where they don't fit.
+bool ParseLine(std::string_view line, ByteSpan target) {
+  constexpr std::size_t kFirstPair = 5;
+  constexpr std::size_t kHyphen = 2;
+  constexpr std::size_t kPair = 3;
+  for (std::size_t i = 0; i < kBytesPerLine; ++i) {
+    const std::size_t column = kFirstPair + kPair * i + (i < kBytesPerLine / 2 ? 0 : kHyphen);
+    const std::optional<std::uint8_t> byte = HexPair(line.substr(column, 2));
+    if (!byte || i >= target.size()) {
+      return false;
+    }
+    target[i] = *byte;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ParseDump(std::string_view text, ByteSpan target) {
+  std::size_t count = 0;
+  DumpParsedOk = false;
+  do {
+    if (text.size() < kLineCharacters + kSentinel.size() || !ParseLine(text, target.subspan(count))) {
+      return false;
+    }
+    count += kBytesPerLine;
+    text.remove_prefix(kLineCharacters);
+  } while (!text.starts_with(kSentinel));
+  DumpParsedOk = count % kSectorBytes == 0;
+  return DumpParsedOk;
+}
+
+void Mbr_Code() { ParseDump(kMbr, SectorBuffer); }
+void Fat32Bootmgr_Code() { ParseDump(kFat32Bootmgr, BinArray); }
+void Fat32BootmgrExt_Code() { ParseDump(kFat32BootmgrExt, SectorBuffer); }
