@@ -4,6 +4,7 @@
 
 #include "cli/option_model.h"
 #include "console/console.h"
+#include "format/fat_volume.h"
 #include "partition/mbr_builder.h"
 
 void EndUnavailable(std::string_view what) {
@@ -24,7 +25,7 @@ void RefuseUnavailableFormat() {
   if (UseExfat) {
     EndUnavailable("Formatting as exFAT");
   }
-  if (UseFat16 || BootType != "FAT32BOOTMGR") {
+  if (UseFat16 || ImagesOfBootType() == nullptr) {
     EndUnavailable("Boot code for " + BootType);
   }
 }

@@ -1,5 +1,7 @@
 #include "console/console.h"
 
+#include <cstdlib>
+
 #include "cli/option_model.h"
 #include "disk/handles.h"
 
@@ -8,11 +10,13 @@ bool ConsoleWrite(std::string_view text) {
   return port->WriteText(StdOutHandle, text);
 }
 
-void DebugWrite(std::string_view text) {
+void Diagnose(std::string_view text) {
   if (OptDebug) {
-    ConsoleWrite("\r\n" + std::string(text));
+    ConsoleWrite(text);
   }
 }
+
+void DebugWrite(std::string_view text) { Diagnose("\r\n" + std::string(text)); }
 
 void DebugLog(std::string_view text) {
   if (OptDebug) {
@@ -55,4 +59,5 @@ void MyExitProcess(std::int16_t level) {
   port->Close(FileHandle);
   MyCloseHandle(DiskHandle);
   port->Exit(NoConsole ? std::int16_t{kLevelOk} : level);
+  std::abort();  // never reached: the compiler doesn't believe a virtual routine that it won't come back
 }

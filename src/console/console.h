@@ -33,9 +33,11 @@ inline bool NoConsole = false;
 // Writes all of `text`, adding nothing. The result matters at the start of the run alone; everything later goes on
 // whatever becomes of its output.
 bool ConsoleWrite(std::string_view text);
-// With OptDebug, the text on a line of its own; otherwise nothing.
+// With OptDebug, the text as it is; otherwise nothing.
+void Diagnose(std::string_view text);
+// The same on a line of its own.
 void DebugWrite(std::string_view text);
-// The same with the present date and time in front of the text.
+// The same again with the present date and time in front of the text.
 void DebugLog(std::string_view text);
 
 // Prints `message`, on a line of its own; unless OptSure is set, shows it in a box too. Returns the box's answer

@@ -126,9 +126,7 @@ void GetDiskDriveInfo(std::int32_t drive) {
   BytesPerSector = kSectorBytes;
   DriveBus = IsUsbDrive(drive) ? "USB" : "";
   const std::uint64_t size = GetSCSICapacity(drive);
-  if (OptDebug) {
-    ConsoleWrite(" SCSI size=" + std::to_string(size));
-  }
+  Diagnose(" SCSI size=" + std::to_string(size));
   DriveReportedBytes = size;
   DriveBytes = (static_cast<std::int64_t>(size / kCylinderBytes) - 1) * kCylinderBytes;
   ProveLastSector();

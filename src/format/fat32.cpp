@@ -1,7 +1,6 @@
 #include "format/fat32.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
@@ -93,23 +92,6 @@ static_assert(sizeof(BootBlock) == 3 * kSectorBytes);
 
 constexpr std::uint32_t kTrailSignature = 0xAA550000;
 
-// A boot type: the image of its first sector, and the extended sector with its place in the volume (0 for none).
-struct BootImages {
-  std::string_view boot_type;
-  void (*boot_sector)();
-  void (*extended)();
-  std::uint32_t extended_sector;
-};
-constexpr std::array kBootImages{
-    BootImages{"FAT32BOOTMGR", Fat32Bootmgr_Code, Fat32BootmgrExt_Code, 12},
-};
-
-const BootImages* ImagesOfBootType() {
-  const auto* found = std::find_if(kBootImages.begin(), kBootImages.end(),
-                                   [](const BootImages& row) { return row.boot_type == BootType; });
-  return found == kBootImages.end() ? nullptr : found;
-}
-
 // The volume that is being written: its first LBA and its numbers.
 struct Volume {
   std::uint64_t start;
@@ -117,28 +99,6 @@ struct Volume {
   std::uint64_t FatLba(std::uint32_t copy) const { return start + layout.reserved + std::uint64_t{copy} * layout.fat; }
   std::uint64_t RootLba() const { return FatLba(kFatCopies); }
 };
-
-[[noreturn]] void FailWrite(const std::string& message) {
-  ReportBox(message);
-  MyExitProcess(kLevelWriteError);
-}
-
-void Diagnose(const std::string& text) {
-  if (OptDebug) {
-    ConsoleWrite(text);
-  }
-}
-
-void LoadBootImage() {
-  DumpParsedOk = false;
-  if (const BootImages* images = ImagesOfBootType()) {
-    images->boot_sector();
-  }
-  if (!DumpParsedOk) {
-    ReportBox("\r\nCOMMAND LINE ERROR: No support for " + BootType + " bootcode");
-    MyExitProcess(kLevelBadParameter);
-  }
-}
 
 void FillBootSector(BootSector& boot, const Volume& volume) {
   std::memcpy(boot.jump, BinArray.data(), sizeof boot.jump);
@@ -332,7 +292,7 @@ void ZeroSectors(std::uint64_t lba, std::uint32_t sectors) {
 }
 
 void WriteExtendedBootCode() {
-  const BootImages* images = ImagesOfBootType();
+  const FatBootImages* images = ImagesOfBootType();
   if (images == nullptr || images->extended == nullptr) {
     return;
   }

@@ -1,12 +1,16 @@
 #include "format/fat_volume.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 
 #include "cli/option_model.h"
+#include "console/console.h"
 #include "console/random_source.h"
 #include "disk/sector_io.h"
+#include "format/images/boot_images.h"
 #include "partition/mbr_builder.h"
 
 namespace {
@@ -22,6 +26,10 @@ struct DirectoryEntry {
   std::uint8_t cluster_and_size[6];  // 0x1A
 };
 static_assert(sizeof(DirectoryEntry) == 32 && offsetof(DirectoryEntry, date) == 0x18);
+
+constexpr std::array kBootImages{
+    FatBootImages{"FAT32BOOTMGR", Fat32Bootmgr_Code, Fat32BootmgrExt_Code, 12},
+};
 
 }  // namespace
 
@@ -46,4 +54,26 @@ void StoreLabelEntry(const std::string& padded_label) {
   entry.date[0] = 0x21;  // 1 January 2000
   entry.date[1] = 0x28;
   std::memcpy(SectorBuffer.data(), &entry, sizeof entry);
+}
+
+const FatBootImages* ImagesOfBootType() {
+  const auto* found = std::find_if(kBootImages.begin(), kBootImages.end(),
+                                   [](const FatBootImages& row) { return row.boot_type == BootType; });
+  return found == kBootImages.end() ? nullptr : found;
+}
+
+void LoadBootImage() {
+  DumpParsedOk = false;
+  if (const FatBootImages* images = ImagesOfBootType()) {
+    images->boot_sector();
+  }
+  if (!DumpParsedOk) {
+    ReportBox("\r\nCOMMAND LINE ERROR: No support for " + BootType + " bootcode");
+    MyExitProcess(kLevelBadParameter);
+  }
+}
+
+void FailWrite(const std::string& message) {
+  ReportBox(message);
+  MyExitProcess(kLevelWriteError);
 }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 inline constexpr std::uint8_t kMediaHardDisk = 0xF8;
 inline constexpr std::uint8_t kMediaFloppy = 0xF0;
@@ -20,3 +21,18 @@ void DrawVolumeSerial(std::uint8_t* serial);
 std::string PaddedLabel(const std::string& label);
 // Stores the volume label's directory entry at the start of SectorBuffer.
 void StoreLabelEntry(const std::string& padded_label);
+
+// The boot code of a boot type: the image of its first sector, and the second sector of code where there is one.
+struct FatBootImages {
+  std::string_view boot_type;
+  void (*boot_sector)();          // parses into BinArray
+  void (*extended)();             // parses into SectorBuffer; none: nullptr
+  std::uint32_t extended_sector;  // its place in the volume
+};
+// The images of BootType, nullptr where this version has none.
+const FatBootImages* ImagesOfBootType();
+// Parses the first sector's image of BootType into BinArray; ends the run with level 1 where there is none.
+void LoadBootImage();
+
+// Reports `message` and ends the run with level 7.
+[[noreturn]] void FailWrite(const std::string& message);

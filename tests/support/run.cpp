@@ -144,3 +144,40 @@ void SetFileSize(const std::string& file, std::uint64_t bytes) {
   WriteBytes(file, 0, "");
   std::filesystem::resize_file(file, bytes);
 }
+
+void ExtractBytes(const std::string& file, std::uint64_t position, std::uint64_t bytes, const std::string& target) {
+  SetFileSize(target, bytes);
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  const auto end = static_cast<off_t>(position + bytes);
+  for (off_t at = static_cast<off_t>(position); at < end;) {
+    const off_t data = lseek(fd, at, SEEK_DATA);
+    if (data < 0 || data >= end) {
+      break;
+    }
+    constexpr off_t kMost = 1 << 20;
+    const off_t stop = std::min({lseek(fd, data, SEEK_HOLE), end, data + kMost});
+    const auto count = static_cast<std::size_t>(stop - data);
+    WriteBytes(target, static_cast<std::uint64_t>(data) - position,
+               ReadBytes(file, static_cast<std::uint64_t>(data), count));
+    at = stop;
+  }
+  close(fd);
+}
+
+std::vector<std::string> Words(const std::string& line) {
+  std::vector<std::string> words;
+  for (std::size_t at = 0; at < line.size();) {
+    const std::size_t end = std::min(line.find(' ', at), line.size());
+    words.push_back(line.substr(at, end - at));
+    at = end + 1;
+  }
+  return words;
+}
+
+RunResult RunOnDrive(const std::string& image, const std::string& drive_options, const std::string& line,
+                     std::string_view input) {
+  std::vector<std::string> arguments = Words(line);
+  const std::string drive = "1=" + image + (drive_options.empty() ? "" : "," + drive_options);
+  arguments.insert(arguments.begin(), {"--drive", drive, "--no-wait"});
+  return RunKorventix(arguments, input);
+}

@@ -38,3 +38,10 @@ std::string ReadBytes(const std::string& file, std::uint64_t position, std::size
 void WriteBytes(const std::string& file, std::uint64_t position, std::string_view bytes);
 // Creates a sparse file, or sets the length of one.
 void SetFileSize(const std::string& file, std::uint64_t bytes);
+// Copies a stretch of a file into a file of its own, holes as holes.
+void ExtractBytes(const std::string& file, std::uint64_t position, std::uint64_t bytes, const std::string& target);
+// The words of a line, separated by single blanks.
+std::vector<std::string> Words(const std::string& line);
+// Runs a command line with the image as simulated drive 1; `drive_options` such as "size=8G,fixed".
+RunResult RunOnDrive(const std::string& image, const std::string& drive_options, const std::string& line,
+                     std::string_view input = "");

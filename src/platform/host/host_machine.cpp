@@ -1,0 +1,112 @@
+#include "platform/host/host_machine.h"
+
+#include <algorithm>
+#include <array>
+#include <thread>
+
+#include "platform/host/host_system.h"
+
+namespace {
+
+struct ErrorRow {
+  std::uint32_t code;
+  std::string_view message;
+};
+
+constexpr std::array kMessages = {
+    ErrorRow{kErrorNone, "The operation completed successfully."},
+    ErrorRow{kErrorFileNotFound, "The system cannot find the file specified."},
+    ErrorRow{kErrorAccessDenied, "Access is denied."},
+    ErrorRow{kErrorInvalidHandle, "The handle is invalid."},
+    ErrorRow{kErrorWriteProtected, "The media is write protected."},
+    ErrorRow{kErrorNotReady, "The device is not ready."},
+    ErrorRow{kErrorCrc, "Data error (cyclic redundancy check)."},
+    ErrorRow{kErrorSectorNotFound, "The drive cannot find the sector requested."},
+    ErrorRow{kErrorSharingViolation, "The process cannot access the file because it is being used by another process."},
+    ErrorRow{kErrorInvalidParameter, "The parameter is incorrect."},
+    ErrorRow{kErrorDiskFull, "There is not enough space on the disk."},
+    ErrorRow{kErrorIoDevice, "The request could not be performed because of an I/O device error."},
+    ErrorRow{kErrorNegativeSeek, "An attempt was made to move the file pointer before the beginning of the file."},
+};
+
+// Without line breaks and blanks at both ends: a text goes to the console with a line break in front, and into the box
+// with or without.
+std::string_view Trimmed(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  return first == std::string_view::npos ? "" : text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
+}
+
+}  // namespace
+
+int BoxAnswer(std::string_view line, int buttons) {
+  std::string word(Trimmed(line));
+  std::transform(word.begin(), word.end(), word.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  const bool yes = word == "yes" || word == "y";
+  const bool ok = word == "ok" || word == "o";
+  const bool no = word == "no" || word == "n";
+  switch (buttons & kBoxButtonMask) {
+    case kBoxOk:
+      return kAnswerOk;
+    case kBoxYesNoCancel:
+      return yes ? kAnswerYes : no ? kAnswerNo : kAnswerCancel;
+    default:
+      return yes || ok ? kAnswerOk : kAnswerCancel;
+  }
+}
+
+std::uint64_t HostMachine::RandomSeed() {
+  if (settings_.seed) {
+    return *settings_.seed;
+  }
+  const auto since_epoch = std::chrono::system_clock::now().time_since_epoch();
+  const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(since_epoch).count();
+  constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;  // 2^64 / golden ratio: process numbers reach the high bits
+  return static_cast<std::uint64_t>(nanoseconds) ^ ProcessId() * kSpread;
+}
+
+void HostMachine::SuppressErrorBoxes() { SystemSuppressErrorBoxes(); }
+
+void HostMachine::Exit(std::int32_t level) { EndProcess(level); }
+
+bool HostMachine::WriteText(Handle output, std::string_view text) {
+  if (output != kStandardOutput || output_closed_) {
+    return Outcome(kErrorInvalidHandle);
+  }
+  last_text_ = text;
+  return Outcome(WriteStandardOutput(text));
+}
+
+bool HostMachine::CloseStandardOutput() {
+  const bool was_open = !output_closed_;
+  output_closed_ = true;
+  return Outcome(was_open ? kErrorNone : kErrorInvalidHandle);
+}
+
+int HostMachine::ShowBox(std::string_view text, int buttons, std::string_view title) {
+  const bool printed = Trimmed(text) == Trimmed(last_text_);
+  return AskUser(std::string(text), buttons, std::string(title), printed);
+}
+
+void HostMachine::CloseShellDialog(std::string_view title) { SystemCloseShellDialog(std::string(title)); }
+
+void HostMachine::Wait(std::uint32_t milliseconds) {
+  const std::chrono::milliseconds duration(milliseconds);
+  if (settings_.no_wait) {
+    skipped_ += duration;
+  } else {
+    std::this_thread::sleep_for(duration);
+  }
+}
+
+std::string HostMachine::DateTimeText() { return LocalDateTime(std::chrono::system_clock::now() + skipped_); }
+
+std::string HostMachine::ErrorMessage(std::uint32_t code) {
+  for (const ErrorRow& row : kMessages) {
+    if (row.code == code) {
+      return std::string(row.message) + "\r\n";
+    }
+  }
+  return {};
+}

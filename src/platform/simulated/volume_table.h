@@ -1,0 +1,16 @@
+// The volumes that a drive's own tables describe. Safe on any bytes: what makes no sense is no volume.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/simulated/simulated_drive.h"
+
+struct VolumeExtent {
+  std::uint64_t first_sector;
+  std::uint64_t sectors;  // above 0, inside the drive
+};
+
+// In the order of the table. A removable drive has its first used primary partition; a fixed drive the primary ones,
+// the logical ones and those of a GPT. Where sector 0 is no table but a boot record, the whole drive is the volume.
+std::vector<VolumeExtent> ReadVolumeExtents(SimulatedDrive& drive);

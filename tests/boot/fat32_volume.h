@@ -1,0 +1,61 @@
+// A FAT32 volume inside an image file, written cluster by cluster: files in any order of clusters, entries anywhere in
+// the root directory, broken chains. Only the first FAT is kept up.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+inline constexpr std::size_t kSectorBytes = 512;
+inline constexpr std::size_t kEntryBytes = 32;
+inline constexpr std::uint8_t kArchive = 0x20;
+inline constexpr std::uint8_t kDirectory = 0x10;
+inline constexpr std::uint8_t kLabel = 0x08;
+inline constexpr std::uint8_t kLongName = 0x0F;
+inline constexpr std::uint32_t kEndOfChain = 0x0FFFFFFF;
+inline constexpr std::uint32_t kBadCluster = 0x0FFFFFF7;
+
+// Where a file's clusters lie: `first`, and each following one `step` further (which may be below 0).
+struct Placement {
+  std::uint32_t first = 3;
+  std::int32_t step = 1;
+};
+
+struct Fat32Volume {
+  std::string image;
+  std::uint64_t first_lba = 0;
+  std::uint32_t cluster_sectors = 0;
+  std::uint32_t reserved_sectors = 0;
+  std::uint32_t fat_sectors = 0;
+  std::uint32_t total_sectors = 0;
+
+  std::uint64_t DataLba() const { return first_lba + reserved_sectors + 2 * std::uint64_t{fat_sectors}; }
+  std::uint64_t ClusterLba(std::uint32_t cluster) const {
+    return DataLba() + std::uint64_t{cluster - 2} * cluster_sectors;
+  }
+  std::uint64_t FatLba(std::uint32_t cluster) const { return first_lba + reserved_sectors + cluster / 128; }
+  // The cluster that holds this LBA of the drive.
+  std::uint32_t ClusterAt(std::uint64_t lba) const {
+    return static_cast<std::uint32_t>((lba - DataLba()) / cluster_sectors) + 2;
+  }
+  std::uint32_t LastCluster() const {
+    return (total_sectors - reserved_sectors - 2 * fat_sectors) / cluster_sectors + 1;
+  }
+};
+
+// Takes the layout from the boot sector.
+Fat32Volume OpenVolume(const std::string& image, std::uint64_t first_lba);
+// Empties the volume and gives it another cluster size, which the formatter may not offer.
+Fat32Volume ChangeClusterSize(Fat32Volume volume, std::uint8_t cluster_sectors);
+
+void SetFatEntry(const Fat32Volume& volume, std::uint32_t cluster, std::uint32_t value);
+// The clusters of so many bytes, linked in the FAT up to the end mark.
+std::vector<std::uint32_t> LinkChain(const Fat32Volume& volume, Placement placement, std::size_t bytes);
+// Writes and links a file's bytes.
+void WriteFile(const Fat32Volume& volume, Placement placement, std::string_view bytes);
+// A directory entry; the name has its 11 characters.
+std::string DirectoryEntry(std::string_view name, std::uint8_t attributes, std::uint32_t cluster, std::size_t bytes);
+// Writes entries to the root directory's clusters, from entry number `index` on.
+void PlaceEntries(const Fat32Volume& volume, const std::vector<std::uint32_t>& root, std::size_t index,
+                  std::string_view entries);
