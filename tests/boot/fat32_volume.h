@@ -44,6 +44,10 @@ struct Fat32Volume {
   }
 };
 
+// A little-endian number as bytes, and back.
+std::string Little(std::uint64_t value, std::size_t bytes);
+std::uint32_t Number(std::string_view bytes);
+
 // Takes the layout from the boot sector.
 Fat32Volume OpenVolume(const std::string& image, std::uint64_t first_lba);
 // Empties the volume and gives it another cluster size, which the formatter may not offer.

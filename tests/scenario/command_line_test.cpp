@@ -11,6 +11,14 @@ namespace {
 
 const std::string kBanner = "\r\nKORVENTIX v1.0.0\r\n================\r\n";
 
+// Runs a command line that names no drive, or none that is there.
+RunResult RunLine(const std::string& line) {
+  const ScratchFolder folder;
+  std::vector<std::string> arguments = Words(line);
+  arguments.insert(arguments.begin(), {"--drive", "98=" + folder.File("other.img") + ",size=1M", "--no-wait"});
+  return RunKorventix(arguments);
+}
+
 TEST(CommandLine, IsRefusedWithItsMessage) {
   const struct {
     std::string line;
@@ -34,7 +42,7 @@ TEST(CommandLine, IsRefusedWithItsMessage) {
       {"DRIVE=1 FILEINFO", 5, "\r\nFILEINFO is not available in this version!"},
   };
   for (const auto& row : cases) {
-    const RunResult run = RunKorventix(Words(row.line));
+    const RunResult run = RunLine(row.line);
     EXPECT_EQ(run.out, "\r\nCOMMAND LINE: " + row.line + "\r\n" + kBanner + row.behind_banner + "\r\n\r\n") << row.line;
     EXPECT_EQ(run.exit_code, row.level) << row.line;
     EXPECT_EQ(run.err, "") << row.line;
@@ -43,14 +51,14 @@ TEST(CommandLine, IsRefusedWithItsMessage) {
 
 TEST(CommandLine, TakesTheVolumeNameLast) {
   // Refused above the banner; the label reaches to the end of the line.
-  RunResult run = RunKorventix({"DRIVE=1", "VOLUME=MY", "DATA", "DRIVE=1"});
+  RunResult run = RunLine("DRIVE=1 VOLUME=MY DATA DRIVE=1");
   EXPECT_EQ(run.out,
             "\r\nCOMMAND LINE: DRIVE=1 VOLUME=MY DATA DRIVE=1\r\n\r\nERROR: Volume name longer than 11 characters (must "
             "be last parameter on command line)!\r\n\r\n");
   EXPECT_EQ(run.exit_code, 1);
 
   // Keywords in the label don't count, and its own case is kept. A character is a byte of code page 1252.
-  run = RunKorventix({"DRIVE=1", "VOLUME=My NTFS K\xC3\xA9y"});
+  run = RunLine("DRIVE=1 VOLUME=My NTFS K\xC3\xA9y");
   EXPECT_EQ(run.out, "\r\nCOMMAND LINE: DRIVE=1 VOLUME=My NTFS K\xC3\xA9y\r\n" + kBanner +
                          "\r\nVolume name requested=My NTFS K\xC3\xA9y\r\nAccessing Drive 1 - \"\" (0 bytes)\r\n"
                          "\r\nDrive 1 is not a USB drive!\r\n\r\n");
@@ -58,8 +66,8 @@ TEST(CommandLine, TakesTheVolumeNameLast) {
 }
 
 TEST(CommandLine, FindAndGetdrvPrintNoHeading) {
-  EXPECT_EQ(RunKorventix({"FIND", "LIST"}).out, "\r\nFIND is not available in this version!\r\n\r\n");
-  EXPECT_EQ(RunKorventix({"DRIVE=1", "GETDRV"}).out, "\r\nGETDRV is not available in this version!\r\n\r\n");
+  EXPECT_EQ(RunLine("FIND LIST").out, "\r\nFIND is not available in this version!\r\n\r\n");
+  EXPECT_EQ(RunLine("DRIVE=1 GETDRV").out, "\r\nGETDRV is not available in this version!\r\n\r\n");
 }
 
 TEST(CommandLine, SelectsTheDrive) {
@@ -104,7 +112,7 @@ TEST(CommandLine, DerivesTheBootType) {
       {"NTFS FAT32 EXFAT WIN7", "FAT32BOOTMGR", "False"},
   };
   for (const auto& row : cases) {
-    const RunResult run = RunKorventix(Words("DEBUG 2PTN " + row.line));
+    const RunResult run = RunLine("DEBUG 2PTN " + row.line);
     EXPECT_NE(run.out.find("\r\nOSTYPE=" + row.boot_type + " ZIP=" + row.zip +
                            " 2PTN=True FORCELBA=False USBFDD=False\r\n"),
               std::string::npos)

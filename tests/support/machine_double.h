@@ -1,0 +1,83 @@
+// A machine for tests: simulated drives in memory, nothing shown, no time spent, every call on a drive logged, and any of
+// them made to fail.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/simulated/simulated_machine.h"
+#include "support/memory_store.h"
+
+// What Exit throws, since it can't return.
+struct RunEnded {
+  std::int32_t level;
+};
+
+enum class CallKind { kOpen, kClose, kSeek, kRead, kWrite, kFlush, kLock, kUnlock, kDismount, kUpdate, kScsi };
+
+struct Call {
+  CallKind kind;
+  std::uint64_t lba = 0;      // of reads and writes, in units of 512 bytes, from the start of the drive or volume
+  std::uint64_t sectors = 0;  // of reads and writes
+  friend bool operator==(const Call&, const Call&) = default;
+};
+std::ostream& operator<<(std::ostream& stream, const Call& call);
+
+// A drive of so many bytes in memory; `traits.bytes` stays 0 for an honest one.
+AttachedDrive MemoryDrive(int number, std::uint64_t bytes, DriveTraits traits = {});
+
+class MachineDouble : public SimulatedMachine {
+ public:
+  explicit MachineDouble(std::vector<AttachedDrive> drives, std::string command_line = "");
+
+  // Lets the n-th call of that kind from now on (the first is 1) fail with `code`, and with `from_there_on` every later one
+  // too. A call that fails so moves and changes nothing.
+  void FailCall(CallKind kind, int n, std::uint32_t code, bool from_there_on = false);
+  // The logged calls of one kind.
+  std::vector<Call> CallsOf(CallKind kind) const;
+  // Bytes of a drive, past the handles and the log.
+  std::vector<std::uint8_t> DriveBytes(int number, std::uint64_t lba, std::uint64_t sectors);
+  void SetDriveBytes(int number, std::uint64_t lba, const std::vector<std::uint8_t>& bytes);
+
+  std::string console;              // all that went to standard output
+  std::vector<std::string> boxes;   // texts of the message boxes
+  std::deque<int> answers;          // to the next boxes; OK when it is empty
+  std::uint64_t waited = 0;         // milliseconds
+  std::vector<std::string> closed;  // titles that CloseShellDialog was given
+  std::vector<Call> calls;          // in order, failed ones too
+
+  [[noreturn]] void Exit(std::int32_t level) override { throw RunEnded{level}; }
+  bool WriteText(Handle output, std::string_view text) override;
+  int ShowBox(std::string_view text, int buttons, std::string_view title) override;
+  void CloseShellDialog(std::string_view title) override { closed.emplace_back(title); }
+  void Wait(std::uint32_t milliseconds) override { waited += milliseconds; }
+  std::string DateTimeText() override { return "2024-01-02 03:04:05"; }
+
+  Handle Open(const std::string& path, const OpenMode& mode) override;
+  bool Close(Handle handle) override;
+  bool Seek(Handle handle, std::int64_t position) override;
+  bool Read(Handle handle, ByteSpan buffer, std::uint32_t& moved) override;
+  bool Write(Handle handle, ConstByteSpan buffer, std::uint32_t& moved) override;
+  bool Flush(Handle handle) override;
+  bool Control(Handle handle, ControlCode code) override;
+  bool ScsiCommand(Handle handle, ConstByteSpan cdb, ByteSpan data, std::uint32_t& returned) override;
+
+ private:
+  struct Fault {
+    int calls_left;
+    std::uint32_t code;
+    bool from_there_on;
+  };
+
+  // Logs the call; false when it is to fail, with the last error set.
+  bool Enter(const Call& call);
+  Call TransferCall(CallKind kind, Handle handle, std::size_t bytes);
+
+  std::map<CallKind, Fault> faults_;
+};
