@@ -29,7 +29,7 @@ constexpr int kBadOptionStatus = 1;
 }  // namespace
 
 Platform& StartPlatform(int argc, char** argv) {
-  IgnoreBrokenPipes();
+  IgnoreWriteSignals();
   const std::vector<std::string> arguments = HostArguments(argc, argv);
   HostOptions options;
   std::string problem;

@@ -7,8 +7,11 @@
 namespace {
 
 constexpr std::uint64_t kClusterField = 0x0D;
+constexpr std::uint64_t kHiddenField = 0x1C;
 constexpr std::uint64_t kFatSectorsField = 0x24;
+constexpr std::uint64_t kFirstLbaOfTable = 0x1C6;
 constexpr std::uint32_t kRootCluster = 2;
+constexpr std::uint32_t kReservedBits = 0xA0000000;  // of a FAT entry: to be looked past
 
 std::size_t ClusterBytes(const Fat32Volume& volume) { return volume.cluster_sectors * kSectorBytes; }
 
@@ -49,11 +52,24 @@ Fat32Volume ChangeClusterSize(Fat32Volume volume, std::uint8_t cluster_sectors) 
   const std::uint64_t boot_sector = volume.first_lba * kSectorBytes;
   WriteBytes(volume.image, boot_sector + kClusterField, Little(cluster_sectors, 1));
   WriteBytes(volume.image, boot_sector + kFatSectorsField, Little(volume.fat_sectors, 4));
+  PlaceEntries(volume, {kRootCluster}, 0, DirectoryEntry("OTHER SIZE ", kLabel, 0, 0));
+  return volume;
+}
+
+Fat32Volume MoveVolume(Fat32Volume volume, std::uint64_t lba) {
+  const std::string head =
+      ReadBytes(volume.image, volume.first_lba * kSectorBytes, volume.reserved_sectors * kSectorBytes);
+  volume.first_lba = lba;
+  SetFileSize(volume.image, (lba + volume.total_sectors) * kSectorBytes);
+  WriteBytes(volume.image, lba * kSectorBytes, head);
+  WriteBytes(volume.image, lba * kSectorBytes + kHiddenField, Little(lba, 4));
+  WriteBytes(volume.image, kFirstLbaOfTable, Little(lba, 4));
+  PlaceEntries(volume, {kRootCluster}, 0, DirectoryEntry("MOVED      ", kLabel, 0, 0));
   return volume;
 }
 
 void SetFatEntry(const Fat32Volume& volume, std::uint32_t cluster, std::uint32_t value) {
-  WriteBytes(volume.image, volume.FatLba(cluster) * kSectorBytes + cluster % 128 * 4, Little(value, 4));
+  WriteBytes(volume.image, volume.FatLba(cluster) * kSectorBytes + cluster % 128 * 4, Little(value | kReservedBits, 4));
 }
 
 std::vector<std::uint32_t> LinkChain(const Fat32Volume& volume, Placement placement, std::size_t bytes) {

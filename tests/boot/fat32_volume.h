@@ -52,7 +52,10 @@ std::uint32_t Number(std::string_view bytes);
 Fat32Volume OpenVolume(const std::string& image, std::uint64_t first_lba);
 // Empties the volume and gives it another cluster size, which the formatter may not offer.
 Fat32Volume ChangeClusterSize(Fat32Volume volume, std::uint8_t cluster_sectors);
+// Moves the first partition of the drive, empty, to this LBA; the image grows as needed.
+Fat32Volume MoveVolume(Fat32Volume volume, std::uint64_t lba);
 
+// The upper four bits of a FAT entry, which mean nothing, are not left 0.
 void SetFatEntry(const Fat32Volume& volume, std::uint32_t cluster, std::uint32_t value);
 // The clusters of so many bytes, linked in the FAT up to the end mark.
 std::vector<std::uint32_t> LinkChain(const Fat32Volume& volume, Placement placement, std::size_t bytes);

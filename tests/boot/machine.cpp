@@ -36,8 +36,8 @@ BootReport ParseReport(const std::string& text) {
   words >> std::hex;
   std::uint32_t high = 0;
   std::uint32_t low = 0;
-  words >> report.cs >> report.ip >> report.ss >> report.sp >> report.ds >> report.es >> report.dx >> report.flags >>
-      high >> low;
+  words >> report.cs >> report.ip >> report.ss >> report.sp >> report.ds >> report.es >> report.dx >> report.si >>
+      report.bp >> report.flags >> high >> low;
   report.hash = high << 16 | low;
   for (std::uint32_t word = 0; words >> word;) {
     report.boot_sector += Little(word, 2);

@@ -27,12 +27,12 @@ struct Bios {
 
 // What came over the debug port. The state is that at the loader's first instruction.
 struct BootReport {
-  std::string text;     // all of it; characters printed, and "<key>", "<int18>", "<int19>", "<halt>"
+  std::string text = {};    // all of it; characters printed, and "<key>", "<int18>", "<int19>", "<halt>"
   bool loaded = false;  // the fields below hold something
   std::uint32_t reads = 0;  // calls that read (stage zero only)
-  std::uint32_t cs = 0, ip = 0, ss = 0, sp = 0, ds = 0, es = 0, dx = 0, flags = 0;
+  std::uint32_t cs = 0, ip = 0, ss = 0, sp = 0, ds = 0, es = 0, dx = 0, si = 0, bp = 0, flags = 0;
   std::uint32_t hash = 0;
-  std::string boot_sector;  // bytes 0 to 59h of what lies at 0:7C00
+  std::string boot_sector = {};  // bytes 0 to 59h of what lies at 0:7C00
 };
 
 // Loader files of a given length: of the one for BootDirectly the first 200 bytes or so are code, of the one for

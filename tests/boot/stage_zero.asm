@@ -129,6 +129,8 @@ loader_entered:
         push    bp
         mov     bp, sp
         push    word [bp+6]             ; flags
+        push    word [bp]
+        push    si
         push    dx
         push    es
         push    ds

@@ -11,17 +11,19 @@ length:
         dd      0
 entry:
         pushf
+        push    bp
+        push    si
         push    dx
         push    es
         push    ds
-        push    sp                      ; 8 below what it was at entry
+        push    sp                      ; 12 below what it was at entry
         push    ss
         call    .here
 .here:
         push    cs
         mov     bp, sp
         sub     word [bp+2], .here      ; IP at entry, if the offset of this code is 0
-        add     word [bp+6], 8
+        add     word [bp+6], 12
         mov     ecx, [cs:length]
         jmp     report
 

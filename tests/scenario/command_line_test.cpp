@@ -189,9 +189,11 @@ TEST(CommandLine, RefusesBeforeAnythingIsWritten) {
 }
 
 TEST(CommandLine, EndsWithZeroWithoutAConsole) {
-  const std::string program = KORVENTIX_BINARY;
-  EXPECT_EQ(RunCommand({"sh", "-c", "exec '" + program + "' DRIVE=1 >&-"}).exit_code, 0);
-  EXPECT_EQ(RunCommand({"sh", "-c", "exec '" + program + "' DRIVE=1"}).exit_code, 4);
+  const ScratchFolder folder;
+  const std::string run = std::string("exec '") + KORVENTIX_BINARY + "' --drive '98=" + folder.File("other.img") +
+                          ",size=1M' --no-wait DRIVE=1";
+  EXPECT_EQ(RunCommand({"sh", "-c", run + " >&-"}).exit_code, 0);
+  EXPECT_EQ(RunCommand({"sh", "-c", run}).exit_code, 4);
 }
 
 }  // namespace

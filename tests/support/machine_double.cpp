@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::uint64_t kSectorBytes = 512;
 
-constexpr std::array<const char*, 11> kKindNames = {"open",   "close", "seek",     "read",   "write", "flush",
+constexpr std::array<const char*, 11> kKindNames = {"open", "close",  "seek",     "read",   "write", "flush",
                                                     "lock", "unlock", "dismount", "update", "scsi"};
 
 CallKind KindOf(ControlCode code) {
@@ -60,7 +60,8 @@ Call MachineDouble::TransferCall(CallKind kind, Handle handle, std::size_t bytes
 
 std::vector<Call> MachineDouble::CallsOf(CallKind kind) const {
   std::vector<Call> found;
-  std::copy_if(calls.begin(), calls.end(), std::back_inserter(found), [=](const Call& call) { return call.kind == kind; });
+  std::copy_if(calls.begin(), calls.end(), std::back_inserter(found),
+               [=](const Call& call) { return call.kind == kind; });
   return found;
 }
 
@@ -97,9 +98,7 @@ Handle MachineDouble::Open(const std::string& path, const OpenMode& mode) {
   return Enter({CallKind::kOpen}) ? SimulatedMachine::Open(path, mode) : kInvalidHandle;
 }
 
-bool MachineDouble::Close(Handle handle) {
-  return Enter({CallKind::kClose}) && SimulatedMachine::Close(handle);
-}
+bool MachineDouble::Close(Handle handle) { return Enter({CallKind::kClose}) && SimulatedMachine::Close(handle); }
 
 bool MachineDouble::Seek(Handle handle, std::int64_t position) {
   return Enter({CallKind::kSeek}) && SimulatedMachine::Seek(handle, position);

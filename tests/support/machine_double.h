@@ -1,5 +1,5 @@
-// A machine for tests: simulated drives in memory, nothing shown, no time spent, every call on a drive logged, and any of
-// them made to fail.
+// A machine for tests: simulated drives in memory, nothing shown, no time spent, every call on a drive logged, and any
+// of them made to fail.
 #pragma once
 
 #include <cstdint>
@@ -36,8 +36,8 @@ class MachineDouble : public SimulatedMachine {
  public:
   explicit MachineDouble(std::vector<AttachedDrive> drives, std::string command_line = "");
 
-  // Lets the n-th call of that kind from now on (the first is 1) fail with `code`, and with `from_there_on` every later one
-  // too. A call that fails so moves and changes nothing.
+  // Lets the n-th call of that kind from now on (the first is 1) fail with `code`, and with `from_there_on` every later
+  // one too. A call that fails so moves and changes nothing.
   void FailCall(CallKind kind, int n, std::uint32_t code, bool from_there_on = false);
   // The logged calls of one kind.
   std::vector<Call> CallsOf(CallKind kind) const;

@@ -22,8 +22,8 @@ DriveOption ParsedDrive(const std::string& argument) {
 TEST(ParseHostOptions, EndsAtTheFirstOtherArgument) {
   HostOptions options;
   std::string problem;
-  ASSERT_TRUE(ParseHostOptions({"--seed", "18446744073709551615", "--drive", "98=a", "--no-wait", "-x", "--bogus"}, options,
-                               problem));
+  ASSERT_TRUE(ParseHostOptions({"--seed", "18446744073709551615", "--drive", "98=a", "--no-wait", "-x", "--bogus"},
+                               options, problem));
   EXPECT_EQ(options.consumed, 5U);
   EXPECT_EQ(options.seed, 18446744073709551615U);
   EXPECT_TRUE(options.no_wait);
@@ -44,7 +44,7 @@ TEST(ParseHostOptions, Sizes) {
       {"1.5K", 1536},
       {"1.999K", 1536},
       {"0.0005m", 512},
-      {"7.45G", 7999376384 - 7999376384 % 512},
+      {"7.45G", 7999376384},
       {"0.000000000465661287307739257812501T", 512},  // 512 / 2^40, and a little
       {"1024.7", 1024},
       {"9223372036854775296", 9223372036854775296U},
@@ -53,8 +53,26 @@ TEST(ParseHostOptions, Sizes) {
   for (const Row& row : rows) {
     EXPECT_EQ(ParsedDrive(std::string("1=a,size=") + row.size).traits.bytes, row.bytes) << row.size;
   }
-  for (const char* size : {"0", "0K", "511", "513", "1.4", "0.4K", "1.K", ".5K", "1,5K", "-1K", "+1K", "K", "8GB", "8 G", "1e3",
-                           "0x200", "9223372036854775808", "8388608T", "99999999999999999999", "1.5.1K"}) {
+  for (const char* size : {"0",
+                           "0K",
+                           "511",
+                           "513",
+                           "1.4",
+                           "0.4K",
+                           "1.K",
+                           ".5K",
+                           "1,5K",
+                           "-1K",
+                           "+1K",
+                           "K",
+                           "8GB",
+                           "8 G",
+                           "1e3",
+                           "0x200",
+                           "9223372036854775808",
+                           "8388608T",
+                           "99999999999999999999",
+                           "1.5.1K"}) {
     EXPECT_EQ(ParsedDrive(std::string("1=a,size=") + size).number, -1) << size;
   }
 }
@@ -82,6 +100,13 @@ TEST(ParseHostOptions, KeysOfADrive) {
   EXPECT_EQ(drive.traits.bad_reads[1].last, 9U);
   ASSERT_EQ(drive.traits.bad_writes.size(), 3U);
   EXPECT_EQ(drive.traits.bad_writes[1].last, 0U);
+}
+
+TEST(ParseHostOptions, ACounterfeitClaimsItsOwnSizeAtLeast) {
+  EXPECT_EQ(ParsedDrive("1=a,size=1K,wrap=1K").traits.bytes, 1024U);
+  const DriveOption unclaimed = ParsedDrive("1=a,absent=1K");
+  EXPECT_EQ(unclaimed.traits.bytes, 0U);
+  EXPECT_EQ(unclaimed.file_bytes, 1024U);
 }
 
 TEST(ParseHostOptions, RefusesBadOptions) {
@@ -188,10 +213,11 @@ TEST(BoxAnswer, WordsThatCount) {
     int yes_no_cancel;
   };
   const Row rows[] = {
-      {"ok", kAnswerOk, kAnswerCancel},       {"O", kAnswerOk, kAnswerCancel},     {" Yes \r", kAnswerOk, kAnswerYes},
-      {"y", kAnswerOk, kAnswerYes},           {"no", kAnswerCancel, kAnswerNo},    {"N", kAnswerCancel, kAnswerNo},
-      {"", kAnswerCancel, kAnswerCancel},     {"okay", kAnswerCancel, kAnswerCancel}, {"y e s", kAnswerCancel, kAnswerCancel},
-      {"cancel", kAnswerCancel, kAnswerCancel},
+      {"ok", kAnswerOk, kAnswerCancel},        {"O", kAnswerOk, kAnswerCancel},
+      {" Yes \r", kAnswerOk, kAnswerYes},      {"y", kAnswerOk, kAnswerYes},
+      {"no", kAnswerCancel, kAnswerNo},        {"N", kAnswerCancel, kAnswerNo},
+      {"", kAnswerCancel, kAnswerCancel},      {"okay", kAnswerCancel, kAnswerCancel},
+      {"y e s", kAnswerCancel, kAnswerCancel}, {"cancel", kAnswerCancel, kAnswerCancel},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(BoxAnswer(row.line, kBoxOkCancel | kBoxExclamation), row.ok_cancel) << row.line;

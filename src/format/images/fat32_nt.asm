@@ -6,12 +6,14 @@
 ; Loaded by   an MBR, or the BIOS where the volume has no partition table: first sector to 0:7C00, DL = drive.
 ; Loads       relative sector 12 of the volume (the extended sector, known by its mark) to 0:7E00, then the file
 ;             BOOTMGR or NTLDR of the root directory, whole, to 2000:0000 and up.
-; Hand-over   CS:IP 2000:0000; DL = drive, DH = 0; DS = ES = SS = 0, SP = BP = 7C00h; this boot sector at 0:7C00 with
+; Hand-over   CS:IP 2000:0000; DL = drive, DH = 0; DS = ES = SS = 0, SP = BP = 7C00h; interrupts on,
+;             direction flag clear; this boot sector at 0:7C00 with
 ;             the drive in byte 40h, and 0Eh in byte 2 where LBA calls work; where not, BPB_TRACK and BPB_HEADS are
 ;             the BIOS's and byte 2 is 0 for BOOTMGR (its later versions take anything else for LBA), 90h for NTLDR.
 ; Memory      stack below 7C00h, FAT sector at 8000h, directory sector at 8200h; all else below 20000h is left alone.
 ; Fields read sectors per cluster, reserved sectors, FATs, geometry, hidden sectors, total, FAT sectors, root cluster,
 ;             drive (only where DL makes no sense). Bytes 3 to 59h are the formatter's.
+; Runs at     0:7C00 or 07C0:0000, as the BIOS likes: all jumps are relative.
 ; Limits      386; sectors of 512 bytes; first FAT only; the file must end below the memory that INT 12h reports;
 ;             the volume starts below sector 2^32; with CHS calls it ends where 1024 cylinders end.
 ; Failure     "Disk error" for whatever can't be read, doesn't fit or makes no sense, else that the loader is missing;
@@ -101,8 +103,6 @@ start:
         mov     bp, sp
         mov     ds, ax
         mov     es, ax
-        jmp     0:.normal               ; some BIOSes come in at 07C0:0000
-.normal:
         sti
         cld
         test    dl, ODD_DRIVE_BITS      ; some old BIOSes leave DL alone

@@ -76,6 +76,7 @@ moved:
         jne     stop
         mov     si, bp
         mov     dl, [drive]
+        sti                             ; a BIOS may come back from a disk call without interrupts
         jmp     0:BOOT_ADDRESS
 
 ; Prints the text at DS:SI and stops.

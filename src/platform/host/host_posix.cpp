@@ -81,7 +81,10 @@ std::string CommandLineBehind(const std::vector<std::string>& arguments, std::si
   return JoinCommandLine(arguments, host_arguments);
 }
 
-void IgnoreBrokenPipes() { signal(SIGPIPE, SIG_IGN); }
+void IgnoreWriteSignals() {
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
+}
 
 std::uint32_t ProcessId() { return static_cast<std::uint32_t>(getpid()); }
 

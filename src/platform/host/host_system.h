@@ -14,8 +14,8 @@
 std::vector<std::string> HostArguments(int argc, char** argv);
 // The command line behind the first `host_arguments` of them, in code page 1252.
 std::string CommandLineBehind(const std::vector<std::string>& arguments, std::size_t host_arguments);
-// Keeps a write to a closed pipe from ending the process.
-void IgnoreBrokenPipes();
+// Keeps a write to a closed pipe, or above the limit for the size of files, from ending the process: it fails.
+void IgnoreWriteSignals();
 std::uint32_t ProcessId();
 // Writes text of code page 1252 to standard output, in one call of the system where that takes it all.
 ErrorCode WriteStandardOutput(std::string_view text);

@@ -51,7 +51,7 @@ std::string CommandLineBehind(const std::vector<std::string>& /*arguments*/, std
   return line.substr(SplitCommandLine(line)[host_arguments].end);  // entry 0 is the program's name
 }
 
-void IgnoreBrokenPipes() {}
+void IgnoreWriteSignals() {}
 
 std::uint32_t ProcessId() { return GetCurrentProcessId(); }
 

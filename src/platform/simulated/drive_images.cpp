@@ -74,6 +74,7 @@ void Undo(Attachment& attachment) {
 
 bool AttachImages(const std::vector<DriveOption>& options, std::vector<AttachedDrive>& drives, std::string& problem) {
   std::vector<Attachment> attachments;
+  attachments.reserve(options.size());
   for (const DriveOption& option : options) {
     attachments.push_back({option, nullptr});
   }

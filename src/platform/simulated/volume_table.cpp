@@ -116,8 +116,8 @@ class TableReader {
  private:
   // Empty when they can't be read.
   Bytes ReadSectors(std::uint64_t first, std::uint64_t count) {
-    if (first >= sectors_ || count > sectors_ - first) {
-      return {};
+    if (first >= sectors_) {
+      return {};  // and its position might not fit 64 bits
     }
     Bytes bytes(static_cast<std::size_t>(count * sector_bytes_));
     return drive_.Read(first * sector_bytes_, bytes) == kErrorNone ? bytes : Bytes();

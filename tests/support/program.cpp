@@ -1,0 +1,60 @@
+#include "support/program.h"
+
+#include "cli/command_line.h"
+#include "cli/main_run.h"
+#include "cli/option_model.h"
+#include "console/console.h"
+#include "console/sector_dump.h"
+#include "discovery/identification.h"
+#include "disk/handles.h"
+#include "disk/sector_io.h"
+#include "disk/volumes.h"
+#include "format/images/boot_images.h"
+#include "partition/mbr_builder.h"
+
+namespace {
+
+void ResetOptions() {
+  CmdLine.clear();
+  DriveNumber = 0;
+  VolumeName = "KORVENTIX";
+  SizeLimit = 0;
+  FirstPart = 0;
+  BootType.clear();
+  for (bool* flag : {&WantBootCode, &UseFat16,    &UseFat32,  &UseNtfs,         &UseExfat,     &UseGrub4Dos,
+                     &OptZip,       &OptChs,      &Opt2Ptn,   &Opt2Mbr,         &OptNoAct,     &OptForceLba,
+                     &OptUsbFdd,    &OptAllDrives, &OptSure,  &OptWriteMbrOnly, &OptDebug,     &OptNoWrite,
+                     &NoConsole,    &DumpParsedOk}) {
+    *flag = false;
+  }
+}
+
+}  // namespace
+
+void ResetProgram(MachineDouble& machine) {
+  port = &machine;
+  ResetOptions();
+  StdOutHandle = DiskHandle = FileHandle = VolumeHandle = 0;
+  LockedVolumeHandles.fill(0);
+  SectorBuffer.clear();
+  DumpText.clear();
+  BinArray.fill(0);
+  LastSectorLba = 0;
+  LastTransferBytes = LastDllError = 0;
+  LastErrorText.clear();
+  DriveBus = DriveMedia = DriveModel = DriveFirmware = DriveSerial = "";
+  DriveReportedBytes = 0;
+  ::DriveBytes = 0;
+  BytesPerSector = 512;
+  StartLba = GeomHeads = GeomSpt = 0;
+  PartStartLba = PartSectors = DriveSectors = SecondPartLba = 0;
+}
+
+std::int32_t RunMain(MachineDouble& machine) {
+  ResetProgram(machine);
+  try {
+    Main();
+  } catch (const RunEnded& end) {
+    return end.level;
+  }
+}

@@ -1,0 +1,189 @@
+#include <gtest/gtest.h>
+
+#include "support/machine_double.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::int64_t kSector = 512;
+constexpr std::uint64_t kDriveBytes = 512000;
+constexpr OpenMode kReadWrite = {kAccessReadWrite, kShareReadWrite, kOpenExisting, 0};
+constexpr OpenMode kQuery = {0, kShareReadWrite, kOpenExisting, 0};
+const std::string kDrive = "\\\\.\\PhysicalDrive";
+
+// A FAT16 partition in sectors 100 to 149.
+Bytes Table() {
+  Bytes record(512);
+  record[446 + 4] = 6;
+  record[446 + 8] = 100;
+  record[446 + 12] = 50;
+  record[510] = 0x55;
+  record[511] = 0xAA;
+  return record;
+}
+
+std::vector<AttachedDrive> OneDrive() {
+  std::vector<AttachedDrive> drives;
+  drives.push_back(MemoryDrive(5, kDriveBytes));
+  EXPECT_EQ(drives[0].drive->Write(0, Table()), kErrorNone);
+  return drives;
+}
+
+class SimulatedMachineTest : public ::testing::Test {
+ protected:
+  MachineDouble machine{OneDrive()};
+  std::uint32_t moved = 99;
+};
+
+}  // namespace
+
+TEST_F(SimulatedMachineTest, OpensWhatThereIs) {
+  Handle last = 0;
+  for (const char* path :
+       {"\\\\.\\PhysicalDrive5", "\\\\.\\D:", "\\\\.\\d:", "\\\\?\\Volume{6b6f7276-0000-0000-0005-000000000001}"}) {
+    const Handle handle = machine.Open(path, kReadWrite);
+    EXPECT_GT(handle, last) << path << ": above 0 and never given twice";
+    EXPECT_EQ(machine.LastError(), 0U);
+    EXPECT_TRUE(machine.Close(handle));
+    last = handle;
+  }
+  for (const char* path : {"", "\\\\.\\", "\\\\.\\PhysicalDrive", "\\\\.\\PhysicalDrive05", "\\\\.\\PhysicalDrive4",
+                           "\\\\.\\PhysicalDrive-1", "\\\\.\\C:", "\\\\.\\E:", "\\\\.\\D", "D:", "PhysicalDrive5",
+                           "\\\\?\\Volume{}", "/etc/passwd"}) {
+    EXPECT_EQ(machine.Open(path, kReadWrite), kInvalidHandle) << path;
+    EXPECT_EQ(machine.LastError(), kErrorFileNotFound) << path;
+  }
+}
+
+TEST_F(SimulatedMachineTest, ClosedHandlesDoNothing) {
+  const Handle handle = machine.Open(kDrive + "5", kReadWrite);
+  ASSERT_TRUE(machine.Close(handle));
+  Bytes buffer(512);
+  std::uint64_t length = 0;
+  for (const Handle closed : {handle, kInvalidHandle, 0, 777}) {
+    EXPECT_FALSE(machine.Close(closed));
+    EXPECT_FALSE(machine.Seek(closed, 0));
+    EXPECT_FALSE(machine.Read(closed, buffer, moved));
+    EXPECT_FALSE(machine.Write(closed, buffer, moved));
+    EXPECT_EQ(moved, 0U);
+    EXPECT_FALSE(machine.Control(closed, ControlCode::kLockVolume));
+    EXPECT_FALSE(machine.QueryLength(closed, length));
+    EXPECT_EQ(machine.LastError(), kErrorInvalidHandle);
+  }
+}
+
+TEST_F(SimulatedMachineTest, TransfersMoveOn) {
+  const Handle handle = machine.Open(kDrive + "5", kReadWrite);
+  EXPECT_TRUE(machine.Seek(handle, 10 * kSector));
+  EXPECT_TRUE(machine.Write(handle, Bytes(1024, 1), moved));
+  EXPECT_EQ(moved, 1024U);
+  EXPECT_TRUE(machine.Write(handle, Bytes(512, 2), moved));
+  EXPECT_EQ(machine.DriveBytes(5, 12, 1), Bytes(512, 2));
+  EXPECT_FALSE(machine.Seek(handle, -1));
+  EXPECT_EQ(machine.LastError(), kErrorNegativeSeek);
+  EXPECT_TRUE(machine.Seek(handle, 999 * kSector));
+  Bytes two(1024);
+  EXPECT_FALSE(machine.Read(handle, two, moved));
+  EXPECT_EQ(machine.LastError(), kErrorSectorNotFound);
+  EXPECT_EQ(moved, 0U);
+  EXPECT_TRUE(machine.Read(handle, ByteSpan(two).first(512), moved)) << "the position is where it was";
+  EXPECT_EQ(machine.LastError(), 0U);
+  const std::vector<Call> writes = {{CallKind::kWrite, 10, 2}, {CallKind::kWrite, 12, 1}};
+  EXPECT_EQ(machine.CallsOf(CallKind::kWrite), writes);
+}
+
+TEST_F(SimulatedMachineTest, QueryHandlesMoveNothing) {
+  const Handle handle = machine.Open("\\\\.\\D:", kQuery);
+  Bytes buffer(512);
+  EXPECT_FALSE(machine.Read(handle, buffer, moved));
+  EXPECT_EQ(machine.LastError(), kErrorAccessDenied);
+  EXPECT_FALSE(machine.Write(handle, buffer, moved));
+  DeviceNumber number{};
+  std::uint8_t bus = 0;
+  EXPECT_TRUE(machine.QueryDeviceNumber(handle, number));
+  EXPECT_EQ(number.device_type, kDeviceTypeDisk);
+  EXPECT_EQ(number.device_number, 5U);
+  EXPECT_EQ(number.partition_number, 1U);
+  EXPECT_TRUE(machine.QueryBusType(handle, bus));
+  EXPECT_EQ(bus, kBusTypeUsb);
+}
+
+TEST_F(SimulatedMachineTest, VolumesBeginAtTheirFirstSectorAndEndAtTheirLast) {
+  const Handle handle = machine.Open("\\\\.\\D:", kReadWrite);
+  std::uint64_t length = 0;
+  EXPECT_TRUE(machine.QueryLength(handle, length));
+  EXPECT_EQ(length, 50U * 512);
+  EXPECT_TRUE(machine.Write(handle, Bytes(512, 9), moved));
+  EXPECT_EQ(machine.DriveBytes(5, 100, 1), Bytes(512, 9));
+  EXPECT_TRUE(machine.Seek(handle, 49 * kSector));
+  EXPECT_FALSE(machine.Write(handle, Bytes(1024, 9), moved));
+  EXPECT_EQ(machine.LastError(), kErrorSectorNotFound);
+  EXPECT_EQ(machine.DriveBytes(5, 149, 2), Bytes(1024));
+}
+
+TEST_F(SimulatedMachineTest, TableIsReadAgainOnRequest) {
+  std::string name;
+  const Handle search = machine.FirstVolume(name);
+  EXPECT_GT(search, 0);
+  EXPECT_EQ(name, "\\\\?\\Volume{6b6f7276-0000-0000-0005-000000000001}\\");
+  EXPECT_FALSE(machine.NextVolume(search, name));
+  machine.EndVolumes(search);
+  EXPECT_FALSE(machine.MountVolume("E:\\", name)) << "has its letter";
+  machine.SetDriveBytes(5, 0, Bytes(512));
+  EXPECT_EQ(machine.DriveType("D:\\"), kDriveTypeRemovable);
+  EXPECT_EQ(machine.DriveType("E:\\"), kDriveTypeNoRoot);
+  const Handle handle = machine.Open(kDrive + "5", kReadWrite);
+  EXPECT_TRUE(machine.Control(handle, ControlCode::kUpdateProperties));
+  EXPECT_EQ(machine.LastError(), 0U);
+  EXPECT_EQ(machine.DriveType("D:\\"), kDriveTypeNoRoot);
+  EXPECT_EQ(machine.FirstVolume(name), kInvalidHandle);
+}
+
+TEST(SimulatedMachine, FlushesOnceWhenAWrittenHandleIsClosed) {
+  auto store = std::make_unique<MemoryStore>(kDriveBytes);
+  const MemoryStore& memory = *store;
+  std::vector<AttachedDrive> drives;
+  drives.push_back({0, std::make_unique<SimulatedDrive>(DriveTraits(), std::move(store))});
+  MachineDouble machine(std::move(drives));
+  const Handle reader = machine.Open(kDrive + "0", kReadWrite);
+  const Handle writer = machine.Open(kDrive + "0", kReadWrite);
+  std::uint32_t moved = 0;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_TRUE(machine.Write(writer, Bytes(512, 1), moved) && machine.Flush(writer));
+  }
+  EXPECT_TRUE(machine.Close(reader));
+  EXPECT_EQ(memory.flushes, 0);
+  EXPECT_TRUE(machine.Close(writer));
+  EXPECT_EQ(memory.flushes, 1);
+}
+
+TEST_F(SimulatedMachineTest, FaultsHitTheChosenCalls) {
+  const Handle handle = machine.Open(kDrive + "5", kReadWrite);
+  machine.FailCall(CallKind::kWrite, 2, kErrorIoDevice);
+  EXPECT_TRUE(machine.Write(handle, Bytes(512, 1), moved));
+  EXPECT_FALSE(machine.Write(handle, Bytes(512, 1), moved));
+  EXPECT_EQ(machine.LastError(), kErrorIoDevice);
+  EXPECT_EQ(moved, 0U);
+  EXPECT_TRUE(machine.Write(handle, Bytes(512, 1), moved));
+  EXPECT_EQ(machine.DriveBytes(5, 2, 1), Bytes(512)) << "the failed write didn't move on";
+  machine.FailCall(CallKind::kOpen, 1, kErrorAccessDenied, /*from_there_on=*/true);
+  EXPECT_EQ(machine.Open("\\\\.\\D:", kReadWrite), kInvalidHandle);
+  EXPECT_EQ(machine.Open("\\\\.\\D:", kReadWrite), kInvalidHandle);
+  EXPECT_EQ(machine.LastError(), kErrorAccessDenied);
+}
+
+TEST_F(SimulatedMachineTest, ErrorMessages) {
+  EXPECT_EQ(machine.ErrorMessage(0), "The operation completed successfully.\r\n");
+  EXPECT_EQ(machine.ErrorMessage(kErrorSectorNotFound), "The drive cannot find the sector requested.\r\n");
+  EXPECT_EQ(machine.ErrorMessage(12345), "");
+}
+
+TEST_F(SimulatedMachineTest, StandardOutputCanBeClosed) {
+  const Handle output = machine.StandardOutput();
+  EXPECT_GT(output, 0);
+  EXPECT_NE(output, machine.Open("\\\\.\\D:", kReadWrite));
+  EXPECT_TRUE(machine.Close(output));
+  EXPECT_FALSE(machine.HostMachine::WriteText(output, "lost"));
+  EXPECT_EQ(machine.LastError(), kErrorInvalidHandle);
+}
