@@ -5,7 +5,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(g++ cmake ninja-build nasm)
 demo_packages=(qemu-system-x86 mtools)
-bench_packages=(python3 dosfstools)
+bench_packages=(python3 dosfstools time)
 test_packages=(
   libgtest-dev dosfstools mtools fdisk gdisk qemu-system-x86 g++-mingw-w64-x86-64-posix wine64 clang-format clang-tidy
 )

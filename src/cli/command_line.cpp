@@ -69,10 +69,9 @@ struct BootRow {
 
 // Run from top to bottom: the last row that matches wins, whatever the order of the words on the line.
 constexpr std::array kFat16BootTypes{
-    BootRow{" DOSZIP", "FAT16ZIP"},      BootRow{" MSDOS", "FAT16MSDOS"},   BootRow{" XP", "FAT16NTLDR"},
-    BootRow{" NTLDR", "FAT16NTLDR"},     BootRow{" VISTA", "FAT16BOOTMGR"}, BootRow{" WIN7", "FAT16BOOTMGR"},
-    BootRow{" WINPE", "FAT16BOOTMGR"},   BootRow{" FREEDOS", "FAT16FREEDOS"},
-    BootRow{" BOOTMGR", "FAT16BOOTMGR"},
+    BootRow{" DOSZIP", "FAT16ZIP"},    BootRow{" MSDOS", "FAT16MSDOS"},     BootRow{" XP", "FAT16NTLDR"},
+    BootRow{" NTLDR", "FAT16NTLDR"},   BootRow{" VISTA", "FAT16BOOTMGR"},   BootRow{" WIN7", "FAT16BOOTMGR"},
+    BootRow{" WINPE", "FAT16BOOTMGR"}, BootRow{" FREEDOS", "FAT16FREEDOS"}, BootRow{" BOOTMGR", "FAT16BOOTMGR"},
 };
 constexpr std::array kNtfsBootTypes{
     BootRow{" XP", "NTFSNTLDR"},     BootRow{" NTLDR", "NTFSNTLDR"},   BootRow{" VISTA", "NTFSBOOTMGR"},
@@ -83,9 +82,9 @@ constexpr std::array kExfatBootTypes{
     BootRow{" WINPE", "EXFATBOOTMGR"},    BootRow{" BOOTMGR", "EXFATBOOTMGR"},
 };
 constexpr std::array kFat32BootTypes{
-    BootRow{" DOSZIP", "FAT32ZIP"},     BootRow{" MSDOS", "FAT32MSDOS"},   BootRow{" FREEDOS", "FAT32FREEDOS"},
-    BootRow{" XP", "FAT32NTLDR"},       BootRow{" NTLDR", "FAT32NTLDR"},   BootRow{" VISTA", "FAT32BOOTMGR"},
-    BootRow{" WIN7", "FAT32BOOTMGR"},   BootRow{" WINPE", "FAT32BOOTMGR"}, BootRow{" BOOTMGR", "FAT32BOOTMGR"},
+    BootRow{" DOSZIP", "FAT32ZIP"},   BootRow{" MSDOS", "FAT32MSDOS"},   BootRow{" FREEDOS", "FAT32FREEDOS"},
+    BootRow{" XP", "FAT32NTLDR"},     BootRow{" NTLDR", "FAT32NTLDR"},   BootRow{" VISTA", "FAT32BOOTMGR"},
+    BootRow{" WIN7", "FAT32BOOTMGR"}, BootRow{" WINPE", "FAT32BOOTMGR"}, BootRow{" BOOTMGR", "FAT32BOOTMGR"},
 };
 
 template <std::size_t Rows>

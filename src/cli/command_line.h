@@ -1,7 +1,7 @@
 // Parsing of the command line into the option model.
 //
-// There is no tokeniser: an option is present when a fixed text stands somewhere in the line. Most keywords begin with a
-// blank, so they match at the start of a word and match longer words too; value keywords match inside any word.
+// There is no tokeniser: an option is present when a fixed text stands somewhere in the line. Most keywords begin with
+// a blank, so they match at the start of a word and match longer words too; value keywords match inside any word.
 #pragma once
 
 #include <string>
@@ -21,7 +21,8 @@ struct PositionArguments {
 // True when CmdLine contains the text.
 bool HasKeyword(std::string_view keyword);
 
-// The steps of parsing, in the order in which Main takes them. An error prints its message and ends the run with level 1.
+// The steps of parsing, in the order in which Main takes them. An error prints its message and ends the run with
+// level 1.
 void BuildCmdLine(const std::string& raw_line);
 // Takes VOLUME= off the line: all that follows is label text. Returns the message that is held back until DRIVE= is
 // known, empty without VOLUME=.

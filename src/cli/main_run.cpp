@@ -60,9 +60,10 @@ void RefuseDrive() {
     MyExitProcess(kLevelNotUsb);
   }
   if (DriveBytes == 0) {
-    ReportBox("\r\nCannot find drive " + drive +
-              "\r\nPlease ensure you have specified DRIVE=n where n is a NUMBER not a letter - add ALLDRIVES for non-USB "
-              "drives.");
+    ReportBox(
+        "\r\nCannot find drive " + drive +
+        "\r\nPlease ensure you have specified DRIVE=n where n is a NUMBER not a letter - add ALLDRIVES for non-USB "
+        "drives.");
     MyExitProcess(kLevelNotFound);
   }
   if (BytesPerSector != kSectorBytes) {
@@ -97,7 +98,8 @@ void OpenDrive() {
   } else {
     // Behind "Err=" stand a run-time error's description, this code and that error's number: there are no run-time
     // errors, so the first is empty and the last is 0.
-    ReportBox("\r\nFailed to open handle on disk " + std::to_string(DriveNumber) + " Err=" + std::to_string(code) + "0");
+    ReportBox("\r\nFailed to open handle on disk " + std::to_string(DriveNumber) + " Err=" + std::to_string(code) +
+              "0");
   }
   MyExitProcess(kLevelOperational);
 }

@@ -1,16 +1,16 @@
-// The option model: what the command line asks for. Written by the parsing of the command line alone (command_line.cpp),
-// read everywhere.
+// The option model: what the command line asks for. Written by the parsing of the command line alone
+// (command_line.cpp), read everywhere.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-inline std::int32_t DriveNumber = 0;           // DRIVE=n
-inline std::string VolumeName = "KORVENTIX";   // VOLUME=, at most 11 characters
-inline std::int64_t SizeLimit = 0;             // SIZE=n or 512M: partition size in bytes, 0 for the whole drive
-inline std::int16_t FirstPart = 0;             // FIRSTPART=n: 2 to 4, 0 where none is given
-inline std::string BootType;                   // file system and loader in one token such as "FAT32BOOTMGR", or empty
-inline bool WantBootCode = false;              // a boot type was named: the volume is formatted
+inline std::int32_t DriveNumber = 0;          // DRIVE=n
+inline std::string VolumeName = "KORVENTIX";  // VOLUME=, at most 11 characters
+inline std::int64_t SizeLimit = 0;            // SIZE=n or 512M: partition size in bytes, 0 for the whole drive
+inline std::int16_t FirstPart = 0;            // FIRSTPART=n: 2 to 4, 0 where none is given
+inline std::string BootType;                  // file system and loader in one token such as "FAT32BOOTMGR", or empty
+inline bool WantBootCode = false;             // a boot type was named: the volume is formatted
 
 inline bool UseFat16 = false;
 inline bool UseFat32 = false;

@@ -149,9 +149,10 @@ void WriteMbrOnly() {
     ConsoleWrite("\r\nSector not written to disk by request!");
     MyExitProcess(kLevelUserAbort);
   }
-  if (!Confirmed("\r\nWrite new MBR boot code only (keep disk signature and partition table).\r\n\r\nOK to update bytes "
-                 "0-1B7h on DRIVE " +
-                 DriveText() + "   (" + DriveModel + ")")) {
+  if (!Confirmed(
+          "\r\nWrite new MBR boot code only (keep disk signature and partition table).\r\n\r\nOK to update bytes "
+          "0-1B7h on DRIVE " +
+          DriveText() + "   (" + DriveModel + ")")) {
     MyExitProcess(kLevelUserAbort);
   }
   Lock_Unlock_All_Volumes(DriveNumber, "LOCK");

@@ -1,6 +1,6 @@
 // The preparation of a drive: new master boot record, old boot records wiped, volume formatted, drive given back. The
-// order of the steps, the waits between them and the lock around them are fixed; nothing that was written is rolled back.
-// The drive has been identified and opened.
+// order of the steps, the waits between them and the lock around them are fixed; nothing that was written is rolled
+// back. The drive has been identified and opened.
 #pragma once
 
 // Renews the MBR's boot code and keeps disk signature and table. Ends the run: level 0, 2 after Cancel or with

@@ -15,7 +15,8 @@ inline std::string DriveMedia;  // "REMOVABLE MEDIA", "FIXED MEDIA", or empty wh
 inline std::string DriveModel;
 inline std::string DriveFirmware;
 inline std::string DriveSerial;
-inline std::uint64_t DriveReportedBytes = 0;  // as the drive or the platform reports it; 0 for a drive that doesn't count
+inline std::uint64_t DriveReportedBytes =
+    0;  // as the drive or the platform reports it; 0 for a drive that doesn't count
 // Usable bytes: whole cylinders of 8,225,280 bytes, one less than there are. 0 where the drive is smaller than two;
 // below 0 only for a number that ALLDRIVES let through with nothing behind it, which the open that follows refuses.
 inline std::int64_t DriveBytes = 0;
@@ -27,8 +28,8 @@ void GetUSBDiskDriveInfo(std::int32_t drive);
 // Fills the record for a drive that counts.
 void GetDiskDriveInfo(std::int32_t drive);
 bool IsUsbDrive(std::int32_t drive);
-// The drive's size in bytes, 0 when it can't be opened: the larger of READ CAPACITY (10)'s and the platform's. Also sets
-// BytesPerSector, DriveModel, DriveFirmware, DriveSerial and DriveMedia from the SCSI answers.
+// The drive's size in bytes, 0 when it can't be opened: the larger of READ CAPACITY (10)'s and the platform's. Also
+// sets BytesPerSector, DriveModel, DriveFirmware, DriveSerial and DriveMedia from the SCSI answers.
 std::uint64_t GetSCSICapacity(std::int32_t drive);
 // The platform's word on the length in bytes, 0 where it has none.
 std::uint64_t GetDiskLength(Handle handle);

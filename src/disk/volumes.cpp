@@ -106,9 +106,9 @@ bool MyLock_Volume(Handle handle) {
 }
 
 bool MyUnlock_Volume(Handle handle) {
-  return handle > 0 && LogOutcome(port->Control(handle, ControlCode::kUnlockVolume),
-                                  " MY_UNLOCK_VOLUME Volume UNLOCKED on Handle ",
-                                  " MyUnlock_Volume Cannot unlock volume on Handle ", handle);
+  return handle > 0 &&
+         LogOutcome(port->Control(handle, ControlCode::kUnlockVolume), " MY_UNLOCK_VOLUME Volume UNLOCKED on Handle ",
+                    " MyUnlock_Volume Cannot unlock volume on Handle ", handle);
 }
 
 bool MyDismount_Volume(Handle handle) {

@@ -1,8 +1,8 @@
 // Volumes: finding the lettered volumes of a drive, making the platform's file systems let go of them, giving them
 // letters, and having the partition table read again.
 //
-// All of it is best effort: nothing here prints (but for debug lines), ends the run or keeps a write from being tried. A
-// volume is named by its letter and colon ("D:").
+// All of it is best effort: nothing here prints (but for debug lines), ends the run or keeps a write from being tried.
+// A volume is named by its letter and colon ("D:").
 #pragma once
 
 #include <array>

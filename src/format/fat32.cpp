@@ -21,10 +21,10 @@ namespace {
 
 constexpr std::uint32_t kFatCopies = 2;
 constexpr std::uint32_t kEntriesPerSector = 128;
-constexpr std::uint32_t kAlignment = 2048;     // 1 MiB
-constexpr std::uint32_t kLeastReserved = 34;   // up to the copy of the extended boot code, and some room
-constexpr std::uint32_t kBackupDistance = 6;   // from a boot sector to its copy
-constexpr std::uint32_t kFatChunk = 1024;      // sectors a transfer
+constexpr std::uint32_t kAlignment = 2048;    // 1 MiB
+constexpr std::uint32_t kLeastReserved = 34;  // up to the copy of the extended boot code, and some room
+constexpr std::uint32_t kBackupDistance = 6;  // from a boot sector to its copy
+constexpr std::uint32_t kFatChunk = 1024;     // sectors a transfer
 constexpr std::uint32_t kRootCluster = 2;
 constexpr std::size_t kBootCodeOffset = 0x5A;
 constexpr std::size_t kBootCodeBytes = kSignatureOffset - kBootCodeOffset;
@@ -33,34 +33,34 @@ constexpr std::string_view kNoLabel = "NO NAME    ";
 constexpr std::string_view kFileSystem = "FAT32   ";
 
 struct BootSector {
-  std::uint8_t jump[3];                   // 0x000
-  std::uint8_t oem_name[8];               // 0x003
-  std::uint8_t sector_bytes[2];           // 0x00B
-  std::uint8_t cluster_sectors;           // 0x00D
-  std::uint8_t reserved_sectors[2];       // 0x00E
-  std::uint8_t fats;                      // 0x010
-  std::uint8_t root_entries[2];           // 0x011: 0
-  std::uint8_t total_16[2];               // 0x013: 0
-  std::uint8_t media;                     // 0x015
-  std::uint8_t fat_16[2];                 // 0x016: 0
-  std::uint8_t track_sectors[2];          // 0x018
-  std::uint8_t heads[2];                  // 0x01A
-  std::uint8_t hidden_sectors[4];         // 0x01C
-  std::uint8_t total_sectors[4];          // 0x020
-  std::uint8_t fat_sectors[4];            // 0x024
-  std::uint8_t flags_and_version[4];      // 0x028: 0
-  std::uint8_t root_cluster[4];           // 0x02C
-  std::uint8_t info_sector[2];            // 0x030
-  std::uint8_t backup_sector[2];          // 0x032
-  std::uint8_t unused[12];                // 0x034
-  std::uint8_t drive_number;              // 0x040
-  std::uint8_t unused_too;                // 0x041
-  std::uint8_t extended_signature;        // 0x042
-  std::uint8_t serial[4];                 // 0x043
-  std::uint8_t label[11];                 // 0x047
-  std::uint8_t file_system[8];            // 0x052
+  std::uint8_t jump[3];                    // 0x000
+  std::uint8_t oem_name[8];                // 0x003
+  std::uint8_t sector_bytes[2];            // 0x00B
+  std::uint8_t cluster_sectors;            // 0x00D
+  std::uint8_t reserved_sectors[2];        // 0x00E
+  std::uint8_t fats;                       // 0x010
+  std::uint8_t root_entries[2];            // 0x011: 0
+  std::uint8_t total_16[2];                // 0x013: 0
+  std::uint8_t media;                      // 0x015
+  std::uint8_t fat_16[2];                  // 0x016: 0
+  std::uint8_t track_sectors[2];           // 0x018
+  std::uint8_t heads[2];                   // 0x01A
+  std::uint8_t hidden_sectors[4];          // 0x01C
+  std::uint8_t total_sectors[4];           // 0x020
+  std::uint8_t fat_sectors[4];             // 0x024
+  std::uint8_t flags_and_version[4];       // 0x028: 0
+  std::uint8_t root_cluster[4];            // 0x02C
+  std::uint8_t info_sector[2];             // 0x030
+  std::uint8_t backup_sector[2];           // 0x032
+  std::uint8_t unused[12];                 // 0x034
+  std::uint8_t drive_number;               // 0x040
+  std::uint8_t unused_too;                 // 0x041
+  std::uint8_t extended_signature;         // 0x042
+  std::uint8_t serial[4];                  // 0x043
+  std::uint8_t label[11];                  // 0x047
+  std::uint8_t file_system[8];             // 0x052
   std::uint8_t boot_code[kBootCodeBytes];  // 0x05A
-  std::uint8_t signature[2];              // 0x1FE
+  std::uint8_t signature[2];               // 0x1FE
 };
 static_assert(sizeof(BootSector) == kSectorBytes);
 static_assert(offsetof(BootSector, total_sectors) == 0x20 && offsetof(BootSector, drive_number) == 0x40);

@@ -25,8 +25,8 @@ Fat32Layout ComputeFat32Layout(std::int64_t sectors, std::int64_t start_lba);
 // a sector can't be written.
 void FormatFat32(const std::string& label);
 
-// Writes `sectors` zero sectors from `lba` on in one transfer, through SectorBuffer, which keeps their size. Ends the run
-// with level 7 when they can't be written.
+// Writes `sectors` zero sectors from `lba` on in one transfer, through SectorBuffer, which keeps their size. Ends the
+// run with level 7 when they can't be written.
 void ZeroSectors(std::uint64_t lba, std::uint32_t sectors);
 
 // Writes the second sector of boot code, and its copy, for the boot types that have one. Ends the run with level 7 when

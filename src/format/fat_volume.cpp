@@ -19,10 +19,10 @@ constexpr std::size_t kLabelCharacters = 11;
 constexpr std::uint8_t kLabelAndArchive = 0x28;
 
 struct DirectoryEntry {
-  char name[kLabelCharacters];     // 0x00
-  std::uint8_t attributes;         // 0x0B
-  std::uint8_t unused[12];         // 0x0C
-  std::uint8_t date[2];            // 0x18
+  char name[kLabelCharacters];       // 0x00
+  std::uint8_t attributes;           // 0x0B
+  std::uint8_t unused[12];           // 0x0C
+  std::uint8_t date[2];              // 0x18
   std::uint8_t cluster_and_size[6];  // 0x1A
 };
 static_assert(sizeof(DirectoryEntry) == 32 && offsetof(DirectoryEntry, date) == 0x18);

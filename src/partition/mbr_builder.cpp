@@ -101,7 +101,8 @@ void ChooseStart() {
 
 // Sets PartSectors and the end of partition 1: the last whole cylinder, or, where CHS can't say it, the drive's end.
 // The count runs from the CHS start, which on FAT drives is not StartLba: the partition then passes the last whole
-// cylinder by the difference, for which identification has kept a cylinder back. Meant so; readers of the table see LBAs.
+// cylinder by the difference, for which identification has kept a cylinder back. Meant so; readers of the table see
+// LBAs.
 void ChooseEnd() {
   DriveSectors = DriveBytes / kSectorBytes;
   PartSectors = DriveSectors - StartLba;

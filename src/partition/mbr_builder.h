@@ -1,5 +1,5 @@
-// The MBR builder: turns the drive's size and the options into the partition table of a new master boot record. It fills
-// SectorBuffer and the results below; nothing is written to the drive. It prints what it decides and never fails.
+// The MBR builder: turns the drive's size and the options into the partition table of a new master boot record. It
+// fills SectorBuffer and the results below; nothing is written to the drive. It prints what it decides and never fails.
 #pragma once
 
 #include <cstddef>
@@ -37,8 +37,8 @@ inline std::int32_t GeomSpt = 0;
 inline std::int64_t SecondPartLba = 0;
 
 // Fills the entry at index `base` of SectorBuffer (always kTableOffset), the 0x55 0xAA behind the table, the disk
-// signature (not with OptUsbFdd) and every result. DriveBytes is replaced by a smaller SizeLimit and reduced by the room
-// for a second partition.
+// signature (not with OptUsbFdd) and every result. DriveBytes is replaced by a smaller SizeLimit and reduced by the
+// room for a second partition.
 void BuildPartitionEntry(std::size_t base);
 // Fills the entry of the small hidden partition behind partition 1 at index `base` (always kSecondEntryOffset), and
 // SecondPartLba. Needs the results of BuildPartitionEntry.

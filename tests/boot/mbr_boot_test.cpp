@@ -24,6 +24,7 @@ TEST(MbrBoot, SaysWhatIsWrongWithTheTable) {
   const TableCase cases[] = {
       {"no active entry", kTable, Little(0, 1), kInvalid},
       {"empty table", kTable, std::string(4 * kEntry, '\0'), kInvalid},
+      {"bad status alone", kTable, Little(0x01, 1), kInvalid},
       {"two active entries", kTable + 3 * kEntry, Little(0x80, 1), kInvalid},
       {"bad status ahead of the active entry", kTable, Little(0x01, 1) + std::string(15, '\0') + Little(0x80, 1),
        kInvalid},

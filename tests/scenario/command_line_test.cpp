@@ -1,5 +1,5 @@
-// The command line as a user types it: what is echoed, refused, and with which exit code. No drive is needed for most of
-// it; where one is, it is an image that must stay as it was.
+// The command line as a user types it: what is echoed, refused, and with which exit code. No drive is needed for most
+// of it; where one is, it is an image that must stay as it was.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -52,9 +52,10 @@ TEST(CommandLine, IsRefusedWithItsMessage) {
 TEST(CommandLine, TakesTheVolumeNameLast) {
   // Refused above the banner; the label reaches to the end of the line.
   RunResult run = RunLine("DRIVE=1 VOLUME=MY DATA DRIVE=1");
-  EXPECT_EQ(run.out,
-            "\r\nCOMMAND LINE: DRIVE=1 VOLUME=MY DATA DRIVE=1\r\n\r\nERROR: Volume name longer than 11 characters (must "
-            "be last parameter on command line)!\r\n\r\n");
+  EXPECT_EQ(
+      run.out,
+      "\r\nCOMMAND LINE: DRIVE=1 VOLUME=MY DATA DRIVE=1\r\n\r\nERROR: Volume name longer than 11 characters (must "
+      "be last parameter on command line)!\r\n\r\n");
   EXPECT_EQ(run.exit_code, 1);
 
   // Keywords in the label don't count, and its own case is kept. A character is a byte of code page 1252.
@@ -76,9 +77,9 @@ TEST(CommandLine, SelectsTheDrive) {
     std::string number;
     int level;
   } cases[] = {
-      {"DRIVE=01", "1", 2},  {"DRIVE=1.", "1", 2},  {"DRIVE=+1", "1", 2}, {"DRIVE=1", "1", 2},  {"USBDRIVE=1", "1", 2},
-      {"DRIVE=-1", "-1", 4}, {"DRIVE=A", "0", 4},   {"DRIVE=1A", "0", 4}, {"DRIVE=..", "0", 4}, {"DRIVE=12", "12", 4},
-      {"DRIVE=1\t", "0", 4}, {"DRIVE=123", "12", 4},
+      {"DRIVE=01", "1", 2},   {"DRIVE=1.", "1", 2},  {"DRIVE=+1", "1", 2},  {"DRIVE=1", "1", 2},
+      {"USBDRIVE=1", "1", 2}, {"DRIVE=-1", "-1", 4}, {"DRIVE=A", "0", 4},   {"DRIVE=1A", "0", 4},
+      {"DRIVE=..", "0", 4},   {"DRIVE=12", "12", 4}, {"DRIVE=1\t", "0", 4}, {"DRIVE=123", "12", 4},
   };
   const ScratchFolder folder;
   for (const auto& row : cases) {
@@ -113,9 +114,9 @@ TEST(CommandLine, DerivesTheBootType) {
   };
   for (const auto& row : cases) {
     const RunResult run = RunLine("DEBUG 2PTN " + row.line);
-    EXPECT_NE(run.out.find("\r\nOSTYPE=" + row.boot_type + " ZIP=" + row.zip +
-                           " 2PTN=True FORCELBA=False USBFDD=False\r\n"),
-              std::string::npos)
+    EXPECT_NE(
+        run.out.find("\r\nOSTYPE=" + row.boot_type + " ZIP=" + row.zip + " 2PTN=True FORCELBA=False USBFDD=False\r\n"),
+        std::string::npos)
         << row.line << run.out;
   }
 }

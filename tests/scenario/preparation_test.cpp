@@ -26,16 +26,19 @@ struct Volume {
 };
 Volume ReadVolume(const std::string& image, std::uint64_t start) {
   const std::string boot = ReadBytes(image, start * kSector, kSector);
-  return {start, Field(boot, 0x0D, 1), Field(boot, 0x0E, 2), Field(boot, 0x1C, 4), Field(boot, 0x20, 4),
+  return {start,
+          Field(boot, 0x0D, 1),
+          Field(boot, 0x0E, 2),
+          Field(boot, 0x1C, 4),
+          Field(boot, 0x20, 4),
           Field(boot, 0x24, 4)};
 }
 
 TEST(Preparation, PrintsItsTexts) {
   const ScratchFolder folder;
   const std::string image = folder.File("usb.img");
-  const RunResult run =
-      RunKorventix({"--drive", "1=" + image + ",size=8000000000,vendor=Acme,product=Stick 3.0,fixed", "--no-wait",
-                    "DRIVE=1", "SURE", "FAT32", "WINPE", "VOLUME=MY STICK"});
+  const RunResult run = RunKorventix({"--drive", "1=" + image + ",size=8000000000,vendor=Acme,product=Stick 3.0,fixed",
+                                      "--no-wait", "DRIVE=1", "SURE", "FAT32", "WINPE", "VOLUME=MY STICK"});
   const std::string signature = ReadBytes(image, 0x1B8, 4);
   std::string digits;
   for (const char byte : signature) {
@@ -55,25 +58,27 @@ TEST(Preparation, PrintsItsTexts) {
             "\r\nUsing Cyl:Hd:Sec translation of 970:255:63"
             "\r\nPartition type = 0C hex  P1 ends at cylinder 971.123560535325"
             "\r\nPartition 1 starts at LBA 2048, size=15599052 sectors (Active)"
-            "\r\nDisk Signature (1b8-1bb) = " + digits +
-            "\r\n\r\n------ NOW PREPARING DRIVE 1 ----------\r\n"
-            "\r\nNew MBR written OK"
-            "\r\nClearing out old VBRs (LBA 1-100)"
-            "\r\nClearing 30 sectors at VBR from LBA 2048"
-            "\r\nFORMATTING AS FAT32"
-            "\r\nFAT32 Boot type set to FAT32BOOTMGR"
-            "\r\n15h Media Descriptor: F8h"
-            "\r\n15h Media Descriptor: Hard Disk F8h"
-            "\r\n40h Drive Number: 80h (hard disk)"
-            "\r\nWriting FAT tables starting at 2292 = 0% " + progress +
-            "\r\nWriting root directory starting at 32760"
-            "\r\nVolume Name: MY STICK           "
-            "\r\nWriting extended boot code to sector 2060"
-            "\r\nWriting 2nd copy of extended boot code to sector 2066"
-            "\r\n\r\nINFO: This device is classed as a Fixed Disk by Windows."
-            "\r\nRemounting drive 1"
-            "\r\nOperation completed OK\r\n"
-            "\r\n\r\n");
+            "\r\nDisk Signature (1b8-1bb) = " +
+                digits +
+                "\r\n\r\n------ NOW PREPARING DRIVE 1 ----------\r\n"
+                "\r\nNew MBR written OK"
+                "\r\nClearing out old VBRs (LBA 1-100)"
+                "\r\nClearing 30 sectors at VBR from LBA 2048"
+                "\r\nFORMATTING AS FAT32"
+                "\r\nFAT32 Boot type set to FAT32BOOTMGR"
+                "\r\n15h Media Descriptor: F8h"
+                "\r\n15h Media Descriptor: Hard Disk F8h"
+                "\r\n40h Drive Number: 80h (hard disk)"
+                "\r\nWriting FAT tables starting at 2292 = 0% " +
+                progress +
+                "\r\nWriting root directory starting at 32760"
+                "\r\nVolume Name: MY STICK           "
+                "\r\nWriting extended boot code to sector 2060"
+                "\r\nWriting 2nd copy of extended boot code to sector 2066"
+                "\r\n\r\nINFO: This device is classed as a Fixed Disk by Windows."
+                "\r\nRemounting drive 1"
+                "\r\nOperation completed OK\r\n"
+                "\r\n\r\n");
   EXPECT_EQ(run.exit_code, 0);
   EXPECT_EQ(run.err, "");
 }
@@ -158,16 +163,16 @@ TEST(Preparation, MakesVolumesThatOthersAccept) {
     std::uint64_t start;
     unsigned cluster;
   } cases[] = {
-      {"300M", "", 2048, 8},    {"512M", "ZIP", 32, 8},  {"1G", "CHS", 32, 8},       {"8G", "", 2048, 8},
-      {"10G", "", 2048, 16},    {"20G", "", 2048, 32},   {"40G", "FORCELBA", 2048, 64}, {"3G", "USBFDD", 0, 8},
+      {"300M", "", 2048, 8},       {"512M", "ZIP", 32, 8},      {"1G", "CHS", 32, 8},          {"8G", "", 2048, 8},
+      {"10G", "", 2048, 16},       {"20G", "", 2048, 32},       {"40G", "FORCELBA", 2048, 64}, {"3G", "USBFDD", 0, 8},
       {"8G", "SIZE=600", 2048, 8}, {"256G", "NOACT", 2048, 64}, {"2T", "2MBR", 2048, 64},
   };
   for (const auto& row : cases) {
     const std::string label = row.size + " " + row.line;
     const ScratchFolder folder;
     const std::string image = folder.File("usb.img");
-    ASSERT_EQ(RunOnDrive(image, "size=" + row.size, "DRIVE=1 SURE FAT32 WINPE " + row.line + " VOLUME=Stick 1").exit_code,
-              0);
+    ASSERT_EQ(
+        RunOnDrive(image, "size=" + row.size, "DRIVE=1 SURE FAT32 WINPE " + row.line + " VOLUME=Stick 1").exit_code, 0);
     const Volume volume = ReadVolume(image, row.start);
     EXPECT_EQ(volume.cluster, row.cluster) << label;
     EXPECT_EQ((volume.Root() + volume.cluster + (row.start == 0 ? 2048 : 0)) % 2048, 0U) << label;
@@ -192,7 +197,8 @@ TEST(Preparation, MakesVolumesThatOthersAccept) {
                 "There is no label in boot sector, but there is volume label 'Stick 1' stored in root directory\n"
                 "  Auto-copying volume label from root directory to boot sector.\n"
                 "Free cluster summary uninitialized (should be " +
-                    free + ")\n\nLeaving filesystem unchanged.\n" + partition + ": 1 files, 1/" + clusters + " clusters\n")
+                    free + ")\n\nLeaving filesystem unchanged.\n" + partition + ": 1 files, 1/" + clusters +
+                    " clusters\n")
           << label;
     }
     if (row.size != "300M") {
@@ -219,8 +225,8 @@ TEST(Preparation, RepeatsItselfWithASeed) {
   std::vector<std::string> starts;
   for (const std::string seed : {"7", "7", "8"}) {
     const std::string image = folder.File(std::to_string(starts.size()));
-    ASSERT_EQ(RunKorventix({"--drive", "1=" + image + ",size=1G", "--no-wait", "--seed", seed, "DRIVE=1", "SURE", "FAT32",
-                            "WINPE"})
+    ASSERT_EQ(RunKorventix({"--drive", "1=" + image + ",size=1G", "--no-wait", "--seed", seed, "DRIVE=1", "SURE",
+                            "FAT32", "WINPE"})
                   .exit_code,
               0);
     starts.push_back(ReadBytes(image, 0, 4 << 20));

@@ -21,10 +21,9 @@ void ResetOptions() {
   SizeLimit = 0;
   FirstPart = 0;
   BootType.clear();
-  for (bool* flag : {&WantBootCode, &UseFat16,    &UseFat32,  &UseNtfs,         &UseExfat,     &UseGrub4Dos,
-                     &OptZip,       &OptChs,      &Opt2Ptn,   &Opt2Mbr,         &OptNoAct,     &OptForceLba,
-                     &OptUsbFdd,    &OptAllDrives, &OptSure,  &OptWriteMbrOnly, &OptDebug,     &OptNoWrite,
-                     &NoConsole,    &DumpParsedOk}) {
+  for (bool* flag : {&WantBootCode, &UseFat16,        &UseFat32, &UseNtfs,    &UseExfat,    &UseGrub4Dos, &OptZip,
+                     &OptChs,       &Opt2Ptn,         &Opt2Mbr,  &OptNoAct,   &OptForceLba, &OptUsbFdd,   &OptAllDrives,
+                     &OptSure,      &OptWriteMbrOnly, &OptDebug, &OptNoWrite, &NoConsole,   &DumpParsedOk}) {
     *flag = false;
   }
 }

@@ -132,8 +132,8 @@ std::string ReadBytes(const std::string& file, std::uint64_t position, std::size
 
 void WriteBytes(const std::string& file, std::uint64_t position, std::string_view bytes) {
   const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-  const bool written =
-      fd >= 0 && pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(position)) == static_cast<ssize_t>(bytes.size());
+  const bool written = fd >= 0 && pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(position)) ==
+                                      static_cast<ssize_t>(bytes.size());
   close(fd);
   if (!written) {
     throw std::runtime_error("cannot write " + file);

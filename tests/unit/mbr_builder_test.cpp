@@ -59,7 +59,7 @@ std::string Entry(std::size_t base) {
 }
 
 constexpr std::int64_t kCylinder = 8'225'280;
-constexpr std::int64_t kUsable8G = 7'986'746'880;    // of 8,000,000,000 bytes
+constexpr std::int64_t kUsable8G = 7'986'746'880;        // of 8,000,000,000 bytes
 constexpr std::int64_t kUsable16G = 31'230'360LL * 512;  // of 16,000,000,000 bytes
 constexpr std::int64_t kUsable1G = 1'927'800LL * 512;    // of 1,000,000,000 bytes
 
@@ -77,7 +77,8 @@ TEST(BuildPartitionEntry, FillsTheEntry) {
       {"ZIP", kZip, kUsable1G, 0, "80 01 01 00 0E 3F E0 AC 20 00 00 00 E0 67 1D 00"},
       {"room for a second partition", k2Ptn, kUsable8G, 0, "80 01 01 00 0E FE FF C9 00 08 00 00 0B C7 ED 00"},
       {"less than a cylinder asked for", 0, kUsable8G, 1, "80 01 01 00 0E FE 3F 00 00 08 00 00 82 3E 00 00"},
-      {"less than the second partition's room", k2Ptn, kUsable8G, 512, "80 01 01 00 0E FE 3F 00 00 08 00 00 82 3E 00 00"},
+      {"less than the second partition's room", k2Ptn, kUsable8G, 512,
+       "80 01 01 00 0E FE 3F 00 00 08 00 00 82 3E 00 00"},
       {"1023 cylinders", kFat32, 1023 * kCylinder, 0, "80 01 01 00 0C FE FF FE 00 08 00 00 00 C5 FA 00"},
       {"1024 cylinders", kFat32, 1024 * kCylinder, 0, "80 01 01 00 0C FE FF FF 00 08 00 00 00 FC FA 00"},
       {"NTFS with CHS", kNtfs | kChs, kUsable1G, 0, "80 01 01 00 06 3F E0 AC 20 00 00 00 E0 67 1D 00"},
@@ -97,9 +98,15 @@ TEST(BuildPartitionEntry, ChoosesTheZipGeometry) {
     int heads;
     int spt;
   } cases[] = {
-      {kZip, 2'097'152, 64, 32},   {kZip, 2'097'153, 128, 32},  {kZip, 4'194'304, 128, 32},
-      {kZip, 4'194'305, 255, 32},  {kZip, 16'450'560, 255, 32}, {kZip, 16'450'561, 255, 63},
-      {kChs, 16'450'560, 255, 32}, {kZip | kUsbFdd, 4'194'304, 128, 32}, {kZip | kUsbFdd, 4'194'305, 255, 63},
+      {kZip, 2'097'152, 64, 32},
+      {kZip, 2'097'153, 128, 32},
+      {kZip, 4'194'304, 128, 32},
+      {kZip, 4'194'305, 255, 32},
+      {kZip, 16'450'560, 255, 32},
+      {kZip, 16'450'561, 255, 63},
+      {kChs, 16'450'560, 255, 32},
+      {kZip | kUsbFdd, 4'194'304, 128, 32},
+      {kZip | kUsbFdd, 4'194'305, 255, 63},
       {kZip | kChs | kUsbFdd, 4'194'305, 255, 32},
   };
   for (const auto& row : cases) {

@@ -53,8 +53,9 @@ TEST(NumberText, GroupsAndCuts) {
 
 TEST(SizeText, TurnsAtAThousand) {
   const std::vector<std::tuple<double, int, std::string>> cases{
-      {999, 0, "999 Bytes"},       {1000, 1, "0.9 KiB"},       {1'024'000, 1, "1,000 KiB"}, {1'024'001, 1, "0.9MiB"},
-      {1'048'576, 0, "1MiB"},      {1.5 * 1'073'741'824, 2, "1.5GiB"}, {3e12, 3, "2,793.967GiB"},
+      {999, 0, "999 Bytes"},     {1000, 1, "0.9 KiB"},   {1'024'000, 1, "1,000 KiB"},
+      {1'024'001, 1, "0.9MiB"},  {1'048'576, 0, "1MiB"}, {1.5 * 1'073'741'824, 2, "1.5GiB"},
+      {3e12, 3, "2,793.967GiB"},
   };
   for (const auto& [value, decimals, text] : cases) {
     EXPECT_EQ(SizeText(value, decimals), text) << value;

@@ -51,7 +51,8 @@ void FailEachWrite(const std::string& line, const std::vector<ExpectedWrite>& wr
 
 const std::string kMbrFailure = "\r\n" + kErrorText + "\r\nWRITE ERROR (MBR WRITE PROTECTED?)!";
 const std::string kClearFailure =
-    "\r\nClearing 30 sectors at VBR from LBA 2048\r\nDisk Write Error! - Check Disk Manager has assigned a drive letter "
+    "\r\nClearing 30 sectors at VBR from LBA 2048\r\nDisk Write Error! - Check Disk Manager has assigned a drive "
+    "letter "
     "for this drive - then CLEAN it - remove it and then re-insert it.";
 
 TEST(PreparationFaults, Fat32) {
@@ -75,8 +76,8 @@ TEST(PreparationFaults, Fat32) {
       {3508, 580, clear("3508")},
   };
   for (std::uint64_t lba = 4088; lba < 4096; ++lba) {
-    writes.push_back({lba, 1,
-                      "\r\n*** ERROR *** writing First Dir entries at LBA " + std::to_string(lba - 2048) + kErrorText});
+    writes.push_back(
+        {lba, 1, "\r\n*** ERROR *** writing First Dir entries at LBA " + std::to_string(lba - 2048) + kErrorText});
   }
   writes.push_back({2060, 1, "\r\nERROR: Write to disk failed at 2060\r\n"});
   writes.push_back({2066, 1, "\r\nERROR: Write to disk failed at 2066\r\n"});
@@ -84,7 +85,8 @@ TEST(PreparationFaults, Fat32) {
 }
 
 TEST(PreparationFaults, Unformatted) {
-  FailEachWrite("DRIVE=1 SURE", {{0, 1, kMbrFailure}, {1, 33, ""}, {33, 33, ""}, {66, 33, ""}, {2048, 30, kClearFailure}});
+  FailEachWrite("DRIVE=1 SURE",
+                {{0, 1, kMbrFailure}, {1, 33, ""}, {33, 33, ""}, {66, 33, ""}, {2048, 30, kClearFailure}});
   // With the partition at 32 the third pass is the last write; the copy of the MBR in front of it doesn't count.
   const std::string third = kClearFailure.substr(kClearFailure.find("\r\nDisk"));
   FailEachWrite("DRIVE=1 SURE ZIP 2MBR",

@@ -65,3 +65,20 @@ TEST(Process, EachBoxTakesOneLine) {
   EXPECT_EXIT(AskThreeTimes("OK" + std::string(1000, 'k') + "\nO\r\nn"), ::testing::ExitedWithCode(212), "");
   EXPECT_EXIT(AskThreeTimes(""), ::testing::ExitedWithCode(222), "");
 }
+
+TEST(Process, SkippedWaitsPutTheClockOn) {
+  SimulatedMachine machine({"", std::nullopt, /*no_wait=*/true}, {});
+  const std::string before = machine.DateTimeText();
+  constexpr std::uint32_t kTwoDays = 2 * 24 * 3600 * 1000;
+  machine.Wait(kTwoDays);
+  const std::string after = machine.DateTimeText();
+  EXPECT_EQ(before.size(), std::string("yyyy-mm-dd hh:mm:ss").size());
+  EXPECT_GT(after.substr(0, 10), before.substr(0, 10));
+}
+
+TEST(Process, SeedIsFixedOrNew) {
+  SimulatedMachine fixed({"", 77, false}, {});
+  EXPECT_EQ(fixed.RandomSeed(), 77U);
+  SimulatedMachine free({}, {});
+  EXPECT_NE(free.RandomSeed(), free.RandomSeed());
+}

@@ -8,15 +8,16 @@
 
 #include "platform/platform.h"
 
-// Target of most boot sector images: 63 sectors and a byte. Never cleared; an image overwrites the bytes that it covers.
+// Target of most boot sector images: 63 sectors and a byte. Never cleared; an image overwrites the bytes that it
+// covers.
 inline std::array<std::uint8_t, 32'257> BinArray{};
 // The result of the latest parse.
 inline bool DumpParsedOk = false;
 
 // Stores the bytes of a dump at `target` from index 0. A dump is made of lines of 73 characters (an offset that isn't
-// read, a blank, eight pairs of hexadecimal digits each with a blank behind it, a hyphen and a blank, eight more pairs, a
-// blank and the bytes as characters, that aren't read) and ends in "ZZZZ". True, also in DumpParsedOk, when the number of
-// bytes is a multiple of 512; false for a malformed dump, of which nothing is read or written out of bounds.
+// read, a blank, eight pairs of hexadecimal digits each with a blank behind it, a hyphen and a blank, eight more pairs,
+// a blank and the bytes as characters, that aren't read) and ends in "ZZZZ". True, also in DumpParsedOk, when the
+// number of bytes is a multiple of 512; false for a malformed dump, of which nothing is read or written out of bounds.
 bool ParseDump(std::string_view text, ByteSpan target);
 
 // One procedure per image, parsed into SectorBuffer, which must hold at least a sector ...

@@ -1,0 +1,85 @@
+#include "format/images/boot_images.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "disk/sector_io.h"
+
+namespace {
+
+// A dump of so many lines whose bytes count up from 0, with rubbish in the columns that aren't read.
+std::string Dump(int lines) {
+  constexpr const char* kDigits = "0123456789ABCDEF";
+  std::string text;
+  for (int line = 0; line < lines; ++line) {
+    text += "zz?! ";
+    for (int i = 0; i < 16; ++i) {
+      text += {kDigits[line % 16], kDigits[i], ' '};
+      text += i == 7 ? "- " : "";
+    }
+    text += " ZZZZZZZZ ~~~~~~~~";
+  }
+  return text + "ZZZZ";
+}
+
+TEST(ParseDump, StoresWholeSectors) {
+  for (const auto& [lines, whole] :
+       std::vector<std::pair<int, bool>>{{32, true}, {31, false}, {384, true}, {1, false}}) {
+    const auto bytes = static_cast<std::size_t>(lines) * 16;
+    std::vector<std::uint8_t> target(bytes + 1, 0xEE);
+    EXPECT_EQ(ParseDump(Dump(lines), target), whole) << lines;
+    EXPECT_EQ(DumpParsedOk, whole);
+    for (std::size_t i = 0; i < bytes; ++i) {
+      ASSERT_EQ(target[i], i % 256) << lines;
+    }
+    EXPECT_EQ(target[bytes], 0xEE) << lines;
+  }
+}
+
+TEST(ParseDump, RefusesWhatIsMalformed) {
+  std::string bad_pair = Dump(32);
+  bad_pair[73 + 5] = 'G';
+  std::string lower_case = Dump(32);
+  lower_case[5] = 'a';
+  const std::string good = Dump(32);
+  for (const std::string& text : {std::string(), std::string("ZZZZ"), good.substr(0, good.size() - 4), good + "ZZZ",
+                                  good.substr(0, 100), bad_pair, lower_case, Dump(64)}) {
+    std::vector<std::uint8_t> target(512);
+    const bool accepted = ParseDump(text, target);
+    EXPECT_EQ(accepted, text == good + "ZZZ") << text.size();  // what stands behind the sentinel isn't read
+    EXPECT_EQ(DumpParsedOk, accepted);
+  }
+}
+
+TEST(BootImages, HoldTheirPlaces) {
+  const struct {
+    void (*load)();
+    bool into_sector_buffer;
+    std::string start;
+    std::vector<std::string> texts;
+  } cases[] = {
+      {Mbr_Code, true, "", {"Invalid partition table", "Error loading operating system", "Missing operating system"}},
+      {Fat32Bootmgr_Code,
+       false,
+       "\xEB\x58\x90MSDOS5.0",
+       {"BOOTMGR    ", "BOOTMGR is missing", "Disk error", "Press any key to restart"}},
+      {Fat32BootmgrExt_Code, true, "", {}},
+  };
+  for (const auto& row : cases) {
+    SizeSectorBuffer(512);
+    BinArray.fill(0);
+    row.load();
+    const std::uint8_t* bytes = row.into_sector_buffer ? SectorBuffer.data() : BinArray.data();
+    const std::string image(bytes, bytes + 512);
+    EXPECT_TRUE(DumpParsedOk);
+    EXPECT_TRUE(image.starts_with(row.start));
+    EXPECT_TRUE(image.ends_with("\x55\xAA"));
+    for (const std::string& text : row.texts) {
+      EXPECT_NE(image.find(text), std::string::npos) << text;
+    }
+  }
+}
+
+}  // namespace
