@@ -11,13 +11,13 @@
 #include "console/number_text.h"
 #include "console/sector_dump.h"
 #include "discovery/identification.h"
-#include "disk/byte_order.h"
 #include "disk/handles.h"
 #include "disk/sector_io.h"
 #include "disk/volumes.h"
 #include "format/fat32.h"
 #include "format/images/boot_images.h"
 #include "partition/mbr_builder.h"
+#include "platform/byte_order.h"
 
 namespace {
 

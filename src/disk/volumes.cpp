@@ -31,7 +31,7 @@ bool LogOutcome(bool succeeded, std::string_view success, std::string_view failu
 // ends; the mount then fails quietly.
 std::string FirstFreeRoot() {
   for (char letter = 'D';; ++letter) {
-    const std::string root = std::string(1, letter) + ":\\";
+    std::string root = std::string(1, letter) + ":\\";
     if (port->DriveType(root) == kDriveTypeNoRoot) {
       return root;
     }

@@ -10,12 +10,12 @@
 #include "console/console.h"
 #include "console/number_text.h"
 #include "console/sector_dump.h"
-#include "disk/byte_order.h"
 #include "disk/sector_io.h"
 #include "disk/volumes.h"
 #include "format/fat_volume.h"
 #include "format/images/boot_images.h"
 #include "partition/mbr_builder.h"
+#include "platform/byte_order.h"
 
 namespace {
 
@@ -176,7 +176,7 @@ void WriteBootBlock(const Volume& volume) {
 // The only sector of a FAT that holds data: the two reserved entries and the root directory's one cluster.
 void WriteFirstFatSector(const Volume& volume, std::uint32_t copy) {
   SizeSectorBuffer(kSectorBytes);
-  Store32(&SectorBuffer[0], 0x0FFFFF00U | MediaDescriptor());
+  Store32(SectorBuffer.data(), 0x0FFFFF00U | MediaDescriptor());
   Store32(&SectorBuffer[4], 0x0FFFFFFF);
   Store32(&SectorBuffer[8], 0x0FFFFFFF);
   const std::uint64_t lba = volume.FatLba(copy);

@@ -9,8 +9,8 @@
 #include "console/number_text.h"
 #include "console/random_source.h"
 #include "discovery/identification.h"
-#include "disk/byte_order.h"
 #include "disk/sector_io.h"
+#include "platform/byte_order.h"
 
 namespace {
 
@@ -71,13 +71,13 @@ void ApplySizeLimit() {
 void ChooseZipGeometry(std::int64_t sectors) {
   GeomHeads = 64;
   GeomSpt = 32;
-  if (sectors > GeomHeads * GeomSpt * kMostCylinders) {
+  if (sectors > kMostCylinders * GeomHeads * GeomSpt) {
     GeomHeads = 128;
   }
-  if (sectors > GeomHeads * GeomSpt * kMostCylinders) {
+  if (sectors > kMostCylinders * GeomHeads * GeomSpt) {
     GeomHeads = 255;
   }
-  if (sectors > GeomHeads * kMostCylinders * 63 || (GeomHeads == 255 && OptUsbFdd && !OptChs)) {
+  if (sectors > kMostCylinders * GeomHeads * 63 || (GeomHeads == 255 && OptUsbFdd && !OptChs)) {
     GeomSpt = 63;
   }
   ConsoleWrite("\r\nUsing " + PlainNumber(GeomHeads) + " Heads per cylinder and " + PlainNumber(GeomSpt) +

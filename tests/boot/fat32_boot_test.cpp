@@ -5,9 +5,9 @@
 
 namespace {
 
-constexpr std::uint64_t kSectorsOf8Gb = 16450560;    // 1024 x 255 x 63, where CHS calls end
-constexpr std::uint64_t kSectorsOf137Gb = 0x10000000;  // where 28-bit addresses end
-constexpr std::size_t kLargestLoader = (kMemoryKib - 128) * 1024;  // from 128 KiB up
+constexpr std::uint64_t kSectorsOf8Gb = 16450560;                             // 1024 x 255 x 63, where CHS calls end
+constexpr std::uint64_t kSectorsOf137Gb = 0x10000000;                         // where 28-bit addresses end
+constexpr std::size_t kLargestLoader = std::size_t{kMemoryKib - 128} * 1024;  // from 128 KiB up
 
 // Sectors per track and heads, a word each.
 std::string GeometryIn(const BootReport& report) { return report.boot_sector.substr(0x18, 4); }
@@ -89,11 +89,11 @@ TEST(Fat32Boot, TakesClusterSizesOfOtherFormatters) {
       const PreparedDrive drive("1G");
       const Fat32Volume volume = ChangeClusterSize(drive.volume, static_cast<std::uint8_t>(cluster_sectors));
       PutLoader(volume, loader, {3, step});
-      const BootReport report =
-          BootUnder({.peculiar = kNoCrossing, .most_sectors = 127}, drive.image, loader.size());
+      const BootReport report = BootUnder({.peculiar = kNoCrossing, .most_sectors = 127}, drive.image, loader.size());
       ExpectLoaded(report, volume, loader);
       const std::size_t sectors = loader.size() / kSectorBytes + 1;
-      EXPECT_LE(report.reads, sectors / static_cast<unsigned>(cluster_sectors) + 50) << "FAT sectors are read once, clusters whole";
+      EXPECT_LE(report.reads, sectors / static_cast<unsigned>(cluster_sectors) + 50)
+          << "FAT sectors are read once, clusters whole";
     }
   }
 }
@@ -131,7 +131,7 @@ TEST(Fat32Boot, WorksUnderBiosesWithPeculiarities) {
   const PreparedDrive drive("4G");
   const std::string geometry = ",lcyls=522,lheads=255,lsecs=63";  // the volume's
   const std::string loader = TrapLoader(kUsualLoaderBytes);
-  PutLoader(drive.volume, loader, {drive.volume.ClusterAt(300 * 255 * 63), 2});  // a cylinder above 255
+  PutLoader(drive.volume, loader, {drive.volume.ClusterAt(std::uint64_t{300} * 255 * 63), 2});  // a cylinder above 255
   for (const BiosCase& c : cases) {
     SCOPED_TRACE(c.label);
     const BootReport report = BootUnder(c.bios, drive.image, loader.size(), kIde + geometry);
@@ -145,8 +145,12 @@ TEST(Fat32Boot, TriesAgainAfterAFailedRead) {
   const PreparedDrive drive("1G");
   const std::string loader = TrapLoader(kUsualLoaderBytes);
   PutLoader(drive.volume, loader);
-  const std::uint64_t places[] = {kStartLba, kStartLba + 12, drive.volume.FatLba(3), drive.volume.ClusterLba(2),
-                                  drive.volume.ClusterLba(3), drive.volume.ClusterLba(3) + 800};
+  const std::uint64_t places[] = {kStartLba,
+                                  kStartLba + 12,
+                                  drive.volume.FatLba(3),
+                                  drive.volume.ClusterLba(2),
+                                  drive.volume.ClusterLba(3),
+                                  drive.volume.ClusterLba(3) + 800};
   for (const std::uint64_t lba : places) {
     SCOPED_TRACE(lba);
     const BootReport report = BootUnder({.faults = 1, .fault_lba = lba}, drive.image, loader.size());

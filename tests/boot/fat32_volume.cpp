@@ -69,7 +69,8 @@ Fat32Volume MoveVolume(Fat32Volume volume, std::uint64_t lba) {
 }
 
 void SetFatEntry(const Fat32Volume& volume, std::uint32_t cluster, std::uint32_t value) {
-  WriteBytes(volume.image, volume.FatLba(cluster) * kSectorBytes + cluster % 128 * 4, Little(value | kReservedBits, 4));
+  WriteBytes(volume.image, volume.FatLba(cluster) * kSectorBytes + std::uint64_t{cluster % 128} * 4,
+             Little(value | kReservedBits, 4));
 }
 
 std::vector<std::uint32_t> LinkChain(const Fat32Volume& volume, Placement placement, std::size_t bytes) {

@@ -57,10 +57,24 @@ void Attach(std::vector<std::string>& command, const std::string& name, const st
 }
 
 BootReport Run(std::vector<std::string> drives) {
-  std::vector<std::string> command = {"timeout",     "30",       "qemu-system-i386", "-nodefaults", "-no-user-config",
-                                      "-accel",      "tcg",      "-m",               "16",          "-display",
-                                      "none",        "-no-reboot", "-debugcon",      "stdio",       "-device",
-                                      "isa-debug-exit,iobase=0xf4,iosize=4",          "-device",     "usb-ehci"};
+  std::vector<std::string> command = {"timeout",
+                                      "30",
+                                      "qemu-system-i386",
+                                      "-nodefaults",
+                                      "-no-user-config",
+                                      "-accel",
+                                      "tcg",
+                                      "-m",
+                                      "16",
+                                      "-display",
+                                      "none",
+                                      "-no-reboot",
+                                      "-debugcon",
+                                      "stdio",
+                                      "-device",
+                                      "isa-debug-exit,iobase=0xf4,iosize=4",
+                                      "-device",
+                                      "usb-ehci"};
   command.insert(command.end(), drives.begin(), drives.end());
   const RunResult result = RunCommand(command);
   return ParseReport(result.out + result.err);

@@ -19,16 +19,16 @@ struct Bios {
   std::uint8_t drive = 0x80;                  // the number under which the prepared drive is known
   std::optional<std::uint8_t> first_dl = {};  // DL at the start, if it isn't that number
   std::uint16_t peculiar = 0;
-  std::uint16_t most_sectors = 128;   // of one transfer
-  std::uint16_t entry_segment = 0;    // 0 or 07C0h
-  std::uint16_t faults = 0;           // reads of fault_lba that fail; after a fault only a reset helps
+  std::uint16_t most_sectors = 128;  // of one transfer
+  std::uint16_t entry_segment = 0;   // 0 or 07C0h
+  std::uint16_t faults = 0;          // reads of fault_lba that fail; after a fault only a reset helps
   std::uint64_t fault_lba = 0;
 };
 
 // What came over the debug port. The state is that at the loader's first instruction.
 struct BootReport {
   std::string text = {};    // all of it; characters printed, and "<key>", "<int18>", "<int19>", "<halt>"
-  bool loaded = false;  // the fields below hold something
+  bool loaded = false;      // the fields below hold something
   std::uint32_t reads = 0;  // calls that read (stage zero only)
   std::uint32_t cs = 0, ip = 0, ss = 0, sp = 0, ds = 0, es = 0, dx = 0, si = 0, bp = 0, flags = 0;
   std::uint32_t hash = 0;

@@ -18,8 +18,8 @@ constexpr std::uint32_t kDirectionFlag = 0x400;
 PreparedDrive::PreparedDrive(const std::string& size, const std::vector<std::string>& keywords,
                              std::uint64_t volume_lba)
     : image(folder.File("drive.img")) {
-  std::vector<std::string> arguments = {"--drive", "1=" + image + ",size=" + size, "--no-wait", "DRIVE=1",
-                                        "SURE",    "FAT32",                        "WINPE"};
+  std::vector<std::string> arguments = {
+      "--drive", "1=" + image + ",size=" + size, "--no-wait", "DRIVE=1", "SURE", "FAT32", "WINPE"};
   arguments.insert(arguments.end(), keywords.begin(), keywords.end());
   const RunResult result = RunKorventix(arguments);
   EXPECT_EQ(result.exit_code, 0) << result.out << result.err;

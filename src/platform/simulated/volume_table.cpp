@@ -4,6 +4,8 @@
 #include <array>
 #include <string_view>
 
+#include "platform/byte_order.h"
+
 namespace {
 
 // A master boot record, an extended one, and any boot record.
@@ -42,14 +44,6 @@ constexpr std::uint64_t kMostGptBytes = std::uint64_t{1} << 20;  // of all entri
 
 using Bytes = std::vector<std::uint8_t>;
 
-std::uint64_t LoadLittle(const Bytes& from, std::size_t offset, int bytes) {
-  std::uint64_t value = 0;
-  for (int i = bytes - 1; i >= 0; --i) {
-    value = value << 8 | from[offset + static_cast<std::size_t>(i)];
-  }
-  return value;
-}
-
 bool HasText(const Bytes& from, std::size_t offset, std::string_view text) {
   return std::equal(text.begin(), text.end(), from.begin() + static_cast<std::ptrdiff_t>(offset),
                     [](char character, std::uint8_t byte) { return static_cast<std::uint8_t>(character) == byte; });
@@ -68,8 +62,8 @@ struct TableEntry {
 
 TableEntry EntryOf(const Bytes& record, std::size_t index) {
   const std::size_t at = kTableOffset + index * kEntryBytes;
-  return {record[at], record[at + kEntryType], LoadLittle(record, at + kEntryFirst, 4),
-          LoadLittle(record, at + kEntrySectors, 4)};
+  return {record[at], record[at + kEntryType], LoadLittle(record.data() + at + kEntryFirst, 4),
+          LoadLittle(record.data() + at + kEntrySectors, 4)};
 }
 
 bool HasSignature(const Bytes& record) {
@@ -87,10 +81,10 @@ bool IsBootRecord(const Bytes& record) {
   if (HasText(record, kOemOffset, "NTFS    ") || HasText(record, kOemOffset, "EXFAT   ")) {
     return true;
   }
-  const std::uint64_t sector_bytes = LoadLittle(record, kBytesPerSectorOffset, 2);
+  const std::uint64_t sector_bytes = LoadLittle(record.data() + kBytesPerSectorOffset, 2);
   const std::uint8_t fats = record[kFatsOffset];
   return IsPowerOfTwo(sector_bytes) && sector_bytes >= 512 && sector_bytes <= 4096 &&
-         IsPowerOfTwo(record[kSectorsPerClusterOffset]) && LoadLittle(record, kReservedOffset, 2) != 0 &&
+         IsPowerOfTwo(record[kSectorsPerClusterOffset]) && LoadLittle(record.data() + kReservedOffset, 2) != 0 &&
          (fats == 1 || fats == 2);
 }
 
@@ -198,13 +192,13 @@ class TableReader {
     if (header.empty() || !HasText(header, 0, kGptSignature)) {
       return;
     }
-    const std::uint64_t count = LoadLittle(header, kGptEntryCount, 4);
-    const std::uint64_t entry_bytes = LoadLittle(header, kGptEntryBytes, 4);
+    const std::uint64_t count = LoadLittle(header.data() + kGptEntryCount, 4);
+    const std::uint64_t entry_bytes = LoadLittle(header.data() + kGptEntryBytes, 4);
     if (!IsPowerOfTwo(entry_bytes) || entry_bytes < kLeastGptEntryBytes || count > kMostGptBytes / entry_bytes) {
       return;
     }
     const std::uint64_t sectors = (count * entry_bytes + sector_bytes_ - 1) / sector_bytes_;
-    const Bytes entries = ReadSectors(LoadLittle(header, kGptEntriesSector, 8), sectors);
+    const Bytes entries = ReadSectors(LoadLittle(header.data() + kGptEntriesSector, 8), sectors);
     for (std::size_t i = 0; !entries.empty() && i < count; ++i) {
       AddGptEntry(entries, i * static_cast<std::size_t>(entry_bytes));
     }
@@ -213,8 +207,8 @@ class TableReader {
   void AddGptEntry(const Bytes& entries, std::size_t at) {
     const auto type = entries.begin() + static_cast<std::ptrdiff_t>(at);
     const bool used = std::any_of(type, type + kGptTypeBytes, [](std::uint8_t byte) { return byte != 0; });
-    const std::uint64_t first = LoadLittle(entries, at + kGptEntryFirst, 8);
-    const std::uint64_t last = LoadLittle(entries, at + kGptEntryLast, 8);
+    const std::uint64_t first = LoadLittle(entries.data() + at + kGptEntryFirst, 8);
+    const std::uint64_t last = LoadLittle(entries.data() + at + kGptEntryLast, 8);
     if (used && first <= last && last < sectors_) {
       Add(first, last - first + 1);
     }
