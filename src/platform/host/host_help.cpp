@@ -38,8 +38,6 @@ constexpr auto kLines = std::to_array<std::string_view>({
     "  --version     shows the version",
     "  --help        shows this text",
     "",
-    "Without a command line the program shows its commands.",
-    "",
     "Example: a new drive of 8 GB, prepared with FAT32.",
     "",
     "  korventix --drive 1=stick.img,size=8G DRIVE=1 SURE FAT32 WINPE",
