@@ -105,7 +105,7 @@ void ClearOldBootRecords() {
   constexpr std::int32_t kPassSectors = 33;
   constexpr std::int64_t kReachOfPasses = 70;  // a partition that starts up to here has been covered already
   constexpr std::int32_t kVolumeSectors = 30;
-  SizeSectorBuffer(kPassSectors * kSectorBytes);
+  SizeSectorBuffer(std::size_t{kPassSectors} * kSectorBytes);
   ConsoleWrite("\r\nClearing out old VBRs (LBA 1-100)");
   bool written = false;
   for (const std::uint64_t lba : {1U, 33U, 66U}) {

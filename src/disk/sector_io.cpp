@@ -75,7 +75,7 @@ std::string SystemErrorText(std::uint32_t code) {
 
 void LoadDriveHeader() {
   constexpr std::int32_t kHeaderSectors = 6;
-  SizeSectorBuffer(kHeaderSectors * kSectorBytes);
+  SizeSectorBuffer(std::size_t{kHeaderSectors} * kSectorBytes);
   if (!DirectRead(0, kHeaderSectors)) {
     ReportBox("\r\nError accessing sector 0 on Drive " + std::to_string(DriveNumber) + "\r\n" + LastErrorText + "\r\n");
     MyExitProcess(kLevelOperational);

@@ -7,7 +7,7 @@
 
 #include "platform/platform.h"
 
-inline constexpr std::size_t kSectorBytes = 512;
+inline constexpr std::uint32_t kSectorBytes = 512;
 inline constexpr std::size_t kSignatureOffset = 0x1FE;  // 0x55 0xAA, at the end of every sector that a BIOS starts
 
 // Source of every write and target of every read, always from index 0. Sized by whoever uses it.

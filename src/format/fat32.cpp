@@ -88,7 +88,7 @@ struct BootBlock {
   InfoSector info;
   TrailSector third;
 };
-static_assert(sizeof(BootBlock) == 3 * kSectorBytes);
+static_assert(sizeof(BootBlock) == std::size_t{3} * kSectorBytes);
 
 constexpr std::uint32_t kTrailSignature = 0xAA550000;
 
