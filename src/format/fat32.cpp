@@ -154,8 +154,7 @@ void DescribeBootSector(const Volume& volume) {
   Diagnose("\r\n24h No secs per FAT: " + PlainNumber(volume.layout.fat));
   Diagnose("\r\n2ch Cluster no of start of root dir: " + PlainNumber(kRootCluster));
   Diagnose("\r\n52h FileSystem ID: FAT32");
-  ConsoleWrite("\r\n40h Drive Number: " + HexPad(BiosDriveNumber(), 2) + "h " +
-               (BiosDriveNumber() == kDriveHardDisk ? "(hard disk)" : "(floppy disk)"));
+  ConsoleWrite("\r\n40h Drive Number: " + DriveNumberText());
 }
 
 void WriteBootBlock(const Volume& volume) {

@@ -8,6 +8,7 @@
 
 #include "cli/option_model.h"
 #include "console/console.h"
+#include "console/number_text.h"
 #include "console/random_source.h"
 #include "disk/sector_io.h"
 #include "format/images/boot_images.h"
@@ -38,6 +39,10 @@ std::uint64_t VolumeStartLba() { return OptUsbFdd ? 0 : static_cast<std::uint64_
 std::uint8_t MediaDescriptor() { return OptZip ? kMediaFloppy : kMediaHardDisk; }
 
 std::uint8_t BiosDriveNumber() { return OptZip ? kDriveFloppy : kDriveHardDisk; }
+
+std::string DriveNumberText() {
+  return HexPad(BiosDriveNumber(), 2) + (BiosDriveNumber() == kDriveHardDisk ? "h (hard disk)" : "h (floppy disk)");
+}
 
 void DrawVolumeSerial(std::uint8_t* serial) {
   for (const float range : {170.0F, 187.0F, 204.0F, 221.0F}) {

@@ -15,6 +15,8 @@ std::uint64_t VolumeStartLba();
 // The media descriptor and BIOS drive number that the volume says: those of a floppy with OptZip.
 std::uint8_t MediaDescriptor();
 std::uint8_t BiosDriveNumber();
+// The drive number as the formatters print it: "80h (hard disk)".
+std::string DriveNumberText();
 // Draws a new volume serial number, four bytes in disk order, into `serial`.
 void DrawVolumeSerial(std::uint8_t* serial);
 // The label filled with blanks behind it, as it is shown.

@@ -161,6 +161,10 @@ TEST(CommandLine, RefusesBeforeAnythingIsWritten) {
       {"8G", "DRIVE=1 FAT32 WINPE", "no\n", 2, "\r\nUser aborted!"},
       {"70G", "DRIVE=1 FAT32 WINPE", "cancel\n", 2, "bytes)\r\n"},
       {"70G", "DRIVE=1 FAT32 WINPE", "ok\nn\n", 2, "\r\nUser aborted!"},
+      {"65000000000", "DRIVE=1 FAT32 WINPE", "cancel\n", 2, "\r\nUser aborted!"},  // no large device yet
+      {"65000000512", "DRIVE=1 FAT32 WINPE", "cancel\n", 2, "bytes)\r\n"},
+      {"4310046720", "DRIVE=1 SURE", "", 1, "Use FAT32, exFAT or NTFS?"},  // 523 cylinders to use, 522 are below 4 GiB
+      {"16450048", "DRIVE=1 SURE", "", 3, "add ALLDRIVES for non-USB drives."},
       {"1G", "DRIVE=1 WRITEMBRONLY", "", 2, "bytes)\r\n"},
       {"1G", "DRIVE=1 WRITEMBRONLY NOWRITE SURE ZIP", "", 2, "\r\nSector not written to disk by request!"},
       {"8G", "DRIVE=1 SURE NTFS WIN7", "", 5, "\r\nFormatting as NTFS is not available in this version!"},

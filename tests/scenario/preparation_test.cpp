@@ -211,6 +211,30 @@ TEST(Preparation, MakesVolumesThatOthersAccept) {
   }
 }
 
+TEST(Preparation, HoldsBothSidesOfTheLimitsOfDrives) {
+  const struct {
+    std::string size;
+    std::string line;
+    int level;
+    std::string printed;
+  } cases[] = {
+      {"16450560", "", 0, "\r\nPartition 1 starts at LBA 2048, size=16002 sectors (Active)"},  // two cylinders
+      {"279659008", "FAT32 WINPE", 1, "\r\nERROR: FAT32 must be at least 263MB. Use FAT16 instead."},
+      {"279659520", "FAT32 WINPE", 0, " of 32:255:63"},  // 33 cylinders to use
+      {"4310046208", "", 0, " of 521:255:63"},           // FAT16 just below 4 GiB
+      {"8422686720", "NTFS", 0, " of 1022:255:63"},
+      {"8430912000", "NTFS", 0, " of 1024:255:63"},
+      {"2199023255552", "FAT32 WINPE", 0, "\r\nVolume Name: KORVENTIX"},
+      {"3T", "NTFS", 0, "\r\nOperation completed OK"},
+  };
+  for (const auto& row : cases) {
+    const ScratchFolder folder;
+    const RunResult run = RunOnDrive(folder.File("usb.img"), "size=" + row.size, "DRIVE=1 SURE " + row.line);
+    EXPECT_EQ(run.exit_code, row.level) << row.size;
+    EXPECT_NE(run.out.find(row.printed), std::string::npos) << row.size << run.out;
+  }
+}
+
 TEST(Preparation, GoesOnAboveTheLimitOfFat32) {
   const ScratchFolder folder;
   const std::string image = folder.File("usb.img");
