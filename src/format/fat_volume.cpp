@@ -29,6 +29,7 @@ struct DirectoryEntry {
 static_assert(sizeof(DirectoryEntry) == 32 && offsetof(DirectoryEntry, date) == 0x18);
 
 constexpr std::array kBootImages{
+    FatBootImages{"FAT32NTLDR", Fat32Ntldr_Code, Fat32NtldrExt_Code, 12},
     FatBootImages{"FAT32BOOTMGR", Fat32Bootmgr_Code, Fat32BootmgrExt_Code, 12},
 };
 

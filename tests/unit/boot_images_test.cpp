@@ -66,6 +66,11 @@ TEST(BootImages, HoldTheirPlaces) {
        "\xEB\x58\x90MSDOS5.0",
        {"BOOTMGR    ", "BOOTMGR is missing", "Disk error", "Press any key to restart"}},
       {Fat32BootmgrExt_Code, true, "", {}},
+      {Fat32Ntldr_Code,
+       false,
+       "\xEB\x58\x90MSDOS5.0",
+       {"NTLDR      ", "Remove disks or other media.", "Disk error", "Press any key to restart"}},
+      {Fat32NtldrExt_Code, true, "", {}},
   };
   for (const auto& row : cases) {
     SizeSectorBuffer(512);

@@ -20,6 +20,12 @@ constexpr std::string_view kFat32Bootmgr =
 constexpr std::string_view kFat32BootmgrExt =
 #include "Fat32BootmgrExt_Code.inc"
     ;
+constexpr std::string_view kFat32Ntldr =
+#include "Fat32Ntldr_Code.inc"
+    ;
+constexpr std::string_view kFat32NtldrExt =
+#include "Fat32NtldrExt_Code.inc"
+    ;
 
 std::optional<std::uint8_t> HexPair(std::string_view pair) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
@@ -66,3 +72,5 @@ bool ParseDump(std::string_view text, ByteSpan target) {
 void Mbr_Code() { ParseDump(kMbr, SectorBuffer); }
 void Fat32Bootmgr_Code() { ParseDump(kFat32Bootmgr, BinArray); }
 void Fat32BootmgrExt_Code() { ParseDump(kFat32BootmgrExt, SectorBuffer); }
+void Fat32Ntldr_Code() { ParseDump(kFat32Ntldr, BinArray); }
+void Fat32NtldrExt_Code() { ParseDump(kFat32NtldrExt, SectorBuffer); }

@@ -23,5 +23,7 @@ bool ParseDump(std::string_view text, ByteSpan target);
 // One procedure per image, parsed into SectorBuffer, which must hold at least a sector ...
 void Mbr_Code();
 void Fat32BootmgrExt_Code();
+void Fat32NtldrExt_Code();
 // ... or into BinArray.
 void Fat32Bootmgr_Code();
+void Fat32Ntldr_Code();
