@@ -24,11 +24,11 @@ install_missing() {
   DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get -qq install -y --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# build PRESET: configures and builds quietly; the log is shown when it fails.
+# build PRESET [TARGET]: configures and builds quietly; the log is shown when it fails.
 build() {
   local log
   log=$(mktemp)
-  if ! { cmake --preset "$1" && cmake --build --preset "$1"; } >"$log" 2>&1; then
+  if ! { cmake --preset "$1" && cmake --build --preset "$1" --target "${2:-all}"; } >"$log" 2>&1; then
     cat "$log"
     rm -f "$log"
     echo "The build of preset $1 failed." >&2
