@@ -6,10 +6,12 @@
 #include "cli/option_model.h"
 #include "cli/preparation.h"
 #include "cli/unavailable.h"
+#include "cli/usage_text.h"
 #include "console/console.h"
 #include "console/number_text.h"
 #include "console/random_source.h"
 #include "console/sector_dump.h"
+#include "discovery/drive_list.h"
 #include "discovery/identification.h"
 #include "disk/handles.h"
 #include "disk/sector_io.h"
@@ -41,17 +43,70 @@ void PrintBanner() {
   NoConsole = true;
 }
 
-// The modes that are answered without a drive, in the order in which they take the run.
-void RunModesWithoutDrive() {
-  for (const std::string_view mode : {" FIND", " LIST", " FILEINFO"}) {
-    if (HasKeyword(mode)) {
-      EndUnavailable(mode.substr(1));
-    }
-  }
+void PrintSetLine(const std::string& name, const std::string& value) { ConsoleWrite("\r\nSET " + name + "=" + value); }
+
+// The lines of one drive: description, usable bytes and letter, behind the variables' common name.
+void PrintDriveLines(const std::string& name, const std::string& description, std::int64_t bytes, std::int32_t drive) {
+  PrintSetLine(name + "DESC", description);
+  PrintSetLine(name + "SIZE", PlainNumber(bytes));
+  PrintSetLine(name + "LETTER", GetDriveLetter(drive));
 }
 
-// The usage text has no place of its own yet: a command without DRIVE= ends with its level alone.
-[[noreturn]] void EndWithoutDrive() { MyExitProcess(kLevelBadParameter); }
+// FIND: what the scan found, as lines of a batch file.
+[[noreturn]] void FindCommand() {
+  ListDrives(false);
+  if (FoundDrive == kNoDriveFound) {
+    PrintSetLine("DRIVE", "");
+    PrintSetLine("DRIVEDESC", FoundDriveDesc);
+    PrintSetLine("DRIVESIZE", "0");
+    PrintSetLine("DRIVELETTER", "(NO USB DRIVES WITH MEDIA)");
+    MyExitProcess(kLevelNotFound);
+  }
+  PrintSetLine("DRIVE", std::to_string(FoundDrive));
+  PrintDriveLines("DRIVE", FoundDriveDesc, FoundDriveSize, FoundDrive);
+  for (std::int32_t drive = 0; drive <= kHighestListedDrive; ++drive) {
+    const auto entry = static_cast<std::size_t>(drive);
+    if (DriveListSize[entry] != 0) {
+      PrintDriveLines("DRIVE" + std::to_string(drive), DriveListDesc[entry], DriveListSize[entry], drive);
+    }
+  }
+  MyExitProcess(kLevelOk);
+}
+
+[[noreturn]] void ListCommand() {
+  ListDrives(true);
+  MyExitProcess(FoundDrive == kNoDriveFound ? kLevelNotFound : kLevelOk);
+}
+
+// GETDRV: the same lines for the drive that the command names; a number without a place in the list has no description
+// and no size.
+[[noreturn]] void GetDriveCommand() {
+  const std::int32_t drive = DriveNumber;  // the scan overwrites it
+  ListDrives(false);
+  if (FoundDrive != kNoDriveFound) {
+    PrintSetLine("USBDRIVE", std::to_string(drive));
+    if (drive >= 0 && drive <= kHighestListedDrive) {
+      const auto entry = static_cast<std::size_t>(drive);
+      PrintSetLine("USBDRIVEDESC", DriveListDesc[entry]);
+      PrintSetLine("USBDRIVESIZE", PlainNumber(DriveListSize[entry]));
+    }
+    PrintSetLine("USBDRIVELETTER", GetDriveLetter(drive));
+  }
+  MyExitProcess(kLevelOk);
+}
+
+// The modes that are answered without a drive, in the order in which they take the run.
+void RunModesWithoutDrive() {
+  if (HasKeyword(" FIND")) {
+    FindCommand();
+  }
+  if (HasKeyword(" LIST")) {
+    ListCommand();
+  }
+  if (HasKeyword(" FILEINFO")) {
+    EndUnavailable("FILEINFO");
+  }
+}
 
 void RefuseDrive() {
   const std::string drive = std::to_string(DriveNumber);
@@ -164,13 +219,14 @@ void Main() {
 
   RunModesWithoutDrive();
   if (!ParseDriveNumber()) {
-    EndWithoutDrive();
+    ShowUsage(false);
+    MyExitProcess(kLevelBadParameter);
   }
   if (!volume_message.empty()) {
     ConsoleWrite(volume_message);
   }
   if (HasKeyword(" GETDRV")) {
-    EndUnavailable("GETDRV");
+    GetDriveCommand();
   }
   CheckAndOpenDrive();
   RunModesOnDrive();

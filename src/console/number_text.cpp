@@ -55,7 +55,7 @@ std::string GroupDigits(std::string_view plain, std::string_view format) {
   std::string grouped;
   for (std::size_t i = 0; i < whole.size(); ++i) {
     const std::size_t from_right = whole.size() - i;
-    if (i > 0 && from_right % 3 == 0 && whole[i - 1] != '-') {
+    if (i > 0 && from_right % 3 == 0 && whole[i - 1] >= '0' && whole[i - 1] <= '9') {
       grouped += ',';
     }
     grouped += whole[i];

@@ -176,6 +176,8 @@ class Platform {
   virtual bool MountVolume(const std::string& root, const std::string& name) = 0;
   // The type of the drive behind a root such as "D:\" (kDriveType...).
   virtual std::uint32_t DriveType(const std::string& root) = 0;
+  // The size of the file system on a volume, named by letter and colon. Fails where there is none.
+  virtual bool QueryVolumeSize(const std::string& name, std::uint64_t& bytes) = 0;
 };
 
 // The machine of this run; set once before Main.

@@ -2,6 +2,7 @@
 // of it; where one is, it is an image that must stay as it was.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,7 @@ TEST(CommandLine, IsRefusedWithItsMessage) {
     int level;
     std::string behind_banner;
   } cases[] = {
-      {"", 1, ""},
-      {"LISTEN", 5, "\r\nLIST is not available in this version!"},  // a keyword matches a longer word
+      {"LISTEN", 3, "\r\n\r\n"},  // a keyword matches a longer word
       {"DRIVE=1 2PTN USBFDD", 1, "ERROR: Cannot specify USBFDD and 2PTN options!"},
       {"DRIVE=1 NTFS USBFDD", 1, "ERROR: Cannot specify USBFDD and NTFS options!"},
       {"DRIVE=1 NTFS DOSZIP", 1, "ERROR: Cannot specify DOS and NTFS options (use BOOTMGR)!"},
@@ -36,9 +36,7 @@ TEST(CommandLine, IsRefusedWithItsMessage) {
        "\r\nWARNING: Defaulting to installing BOOTMGR bootsectors.\r\nERROR: Cannot specify USBFDD and EXFAT options!"},
       {"DRIVE=1 FIRSTPART=5", 1, "ERROR: FIRSTPART value must be between 2 and 4!"},
       {"DRIVE=1 FIRSTPART=10", 1, "ERROR: FIRSTPART value must be between 2 and 4!"},
-      {"DRIVE=", 1, ""},
-      {"FAT32 DRIVE=", 1, "\r\nWARNING: Defaulting to installing an MSDOS boot sector."},
-      {"DRIVE=1 LIST", 5, "\r\nLIST is not available in this version!"},
+      {"DRIVE=1 LIST", 3, "\r\n\r\n"},
       {"DRIVE=1 FILEINFO", 5, "\r\nFILEINFO is not available in this version!"},
   };
   for (const auto& row : cases) {
@@ -66,9 +64,24 @@ TEST(CommandLine, TakesTheVolumeNameLast) {
   EXPECT_EQ(run.exit_code, 4);
 }
 
-TEST(CommandLine, FindAndGetdrvPrintNoHeading) {
-  EXPECT_EQ(RunLine("FIND LIST").out, "\r\nFIND is not available in this version!\r\n\r\n");
-  EXPECT_EQ(RunLine("DRIVE=1 GETDRV").out, "\r\nGETDRV is not available in this version!\r\n\r\n");
+TEST(CommandLine, ShowsTheUsageWithoutADrive) {
+  const struct {
+    std::string line;
+    std::string ending;
+  } cases[] = {
+      {"", "Write error.\r\nMaybe need a DRIVE=n,  FIND, LIST or FILEINFO parameter?\r\n\r\n"},
+      {"SURE", "Write error.\r\nMaybe need a DRIVE=n,  FIND, LIST or FILEINFO parameter?\r\n\r\n"},
+      {"SURE DRIVE=", "Write error.\r\n\r\n\r\n"},
+  };
+  for (const auto& row : cases) {
+    const RunResult run = RunLine(row.line);
+    EXPECT_EQ(run.exit_code, 1);
+    EXPECT_TRUE(run.out.starts_with("\r\nCOMMAND LINE: " + row.line + "\r\n" + kBanner +
+                                    "\r\n\r\nSyntax:\r\n KORVENTIX [DRIVE"));
+    EXPECT_TRUE(run.out.ends_with(row.ending)) << row.line;
+    EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 5 + 8 + 28 + 75 + 2) << row.line;
+  }
+  EXPECT_EQ(RunLine("DRIVE= SURE").exit_code, 4);  // a blank is a value
 }
 
 TEST(CommandLine, SelectsTheDrive) {

@@ -5,6 +5,7 @@
 #include "cli/option_model.h"
 #include "console/console.h"
 #include "console/sector_dump.h"
+#include "discovery/drive_list.h"
 #include "discovery/identification.h"
 #include "disk/handles.h"
 #include "disk/sector_io.h"
@@ -45,6 +46,11 @@ void ResetProgram(MachineDouble& machine) {
   DriveReportedBytes = 0;
   ::DriveBytes = 0;
   BytesPerSector = 512;
+  FoundDrive = kNoDriveFound;
+  FoundDriveDesc.clear();
+  FoundDriveSize = 0;
+  DriveListDesc.fill("");
+  DriveListSize.fill(0);
   StartLba = GeomHeads = GeomSpt = 0;
   PartStartLba = PartSectors = DriveSectors = SecondPartLba = 0;
 }

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string_view>
 
+#include "platform/simulated/volume_table.h"
+
 namespace {
 
 constexpr std::string_view kDevicePrefix = "\\\\.\\";
@@ -252,4 +254,14 @@ std::uint32_t SimulatedMachine::DriveType(const std::string& root) {
     return kDriveTypeNoRoot;
   }
   return volume->removable ? kDriveTypeRemovable : kDriveTypeFixed;
+}
+
+bool SimulatedMachine::QueryVolumeSize(const std::string& name, std::uint64_t& bytes) {
+  const Volume* volume = volumes_.WithLetter(LetterOf(name, ":"));
+  if (volume == nullptr) {
+    return Outcome(kErrorFileNotFound);
+  }
+  const std::optional<std::uint64_t> size = FileSystemBytes(*DriveOf(volume->drive), volume->position);
+  bytes = size.value_or(0);
+  return Outcome(size ? kErrorNone : kErrorNotReady);
 }

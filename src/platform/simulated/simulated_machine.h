@@ -40,6 +40,7 @@ class SimulatedMachine : public HostMachine {
   void EndVolumes(Handle search) override;
   bool MountVolume(const std::string& root, const std::string& name) override;
   std::uint32_t DriveType(const std::string& root) override;
+  bool QueryVolumeSize(const std::string& name, std::uint64_t& bytes) override;
 
   // The drive of that number; null where there is none.
   SimulatedDrive* DriveOf(int number);

@@ -29,6 +29,16 @@ constexpr std::size_t kBytesPerSectorOffset = 11;
 constexpr std::size_t kSectorsPerClusterOffset = 13;
 constexpr std::size_t kReservedOffset = 14;
 constexpr std::size_t kFatsOffset = 16;
+constexpr std::size_t kRootEntriesOffset = 17;
+constexpr std::size_t kTotal16Offset = 19;
+constexpr std::size_t kFatSectors16Offset = 22;
+constexpr std::size_t kTotal32Offset = 32;
+constexpr std::size_t kFatSectors32Offset = 36;
+constexpr std::size_t kNtfsTotalOffset = 40;
+constexpr std::size_t kExfatClustersOffset = 92;
+constexpr std::size_t kExfatSectorShiftOffset = 108;
+constexpr std::size_t kExfatClusterShiftOffset = 109;
+constexpr std::uint64_t kDirectoryEntryBytes = 32;
 
 // A GUID partition table.
 constexpr std::uint64_t kGptHeaderSector = 1;
@@ -74,7 +84,7 @@ bool IsPowerOfTwo(std::uint64_t value) { return value != 0 && (value & (value - 
 
 // A jump, and behind it the name of a file system or the values of a FAT volume.
 bool IsBootRecord(const Bytes& record) {
-  const bool jump = record[0] == 0xE9 || (record[0] == 0xEB && record[2] == 0x90);
+  const bool jump = record[0] == 0xE9 || record[0] == 0xEB;
   if (!HasSignature(record) || !jump) {
     return false;
   }
@@ -86,6 +96,32 @@ bool IsBootRecord(const Bytes& record) {
   return IsPowerOfTwo(sector_bytes) && sector_bytes >= 512 && sector_bytes <= 4096 &&
          IsPowerOfTwo(record[kSectorsPerClusterOffset]) && LoadLittle(record.data() + kReservedOffset, 2) != 0 &&
          (fats == 1 || fats == 2);
+}
+
+// Bytes in the clusters of a FAT volume.
+std::uint64_t FatBytes(const std::uint8_t* record) {
+  const auto field = [record](std::size_t offset, std::size_t wide_offset) {
+    const std::uint64_t narrow = LoadLittle(record + offset, 2);
+    return narrow != 0 ? narrow : LoadLittle(record + wide_offset, 4);
+  };
+  const std::uint64_t sector_bytes = LoadLittle(record + kBytesPerSectorOffset, 2);
+  const std::uint64_t root_bytes = LoadLittle(record + kRootEntriesOffset, 2) * kDirectoryEntryBytes;
+  const std::uint64_t used = LoadLittle(record + kReservedOffset, 2) +
+                             record[kFatsOffset] * field(kFatSectors16Offset, kFatSectors32Offset) +
+                             (root_bytes + sector_bytes - 1) / sector_bytes;
+  const std::uint64_t total = field(kTotal16Offset, kTotal32Offset);
+  const std::uint64_t cluster = record[kSectorsPerClusterOffset];
+  return total > used ? (total - used) / cluster * cluster * sector_bytes : 0;
+}
+
+// Nothing where the fields can't be those of a volume.
+std::optional<std::uint64_t> ExfatBytes(const std::uint8_t* record) {
+  constexpr int kLargestShift = 25;  // clusters of 32 MiB
+  const int shift = record[kExfatSectorShiftOffset] + record[kExfatClusterShiftOffset];
+  if (shift > kLargestShift) {
+    return std::nullopt;
+  }
+  return LoadLittle(record + kExfatClustersOffset, 4) << shift;
 }
 
 class TableReader {
@@ -223,3 +259,17 @@ class TableReader {
 }  // namespace
 
 std::vector<VolumeExtent> ReadVolumeExtents(SimulatedDrive& drive) { return TableReader(drive).Run(); }
+
+std::optional<std::uint64_t> FileSystemBytes(SimulatedDrive& drive, std::uint64_t position) {
+  Bytes record(drive.Traits().sector_bytes);
+  if (drive.Read(position, record) != kErrorNone || !IsBootRecord(record)) {
+    return std::nullopt;
+  }
+  if (HasText(record, kOemOffset, "EXFAT   ")) {
+    return ExfatBytes(record.data());
+  }
+  if (HasText(record, kOemOffset, "NTFS    ")) {
+    return LoadLittle(record.data() + kNtfsTotalOffset, 8) * LoadLittle(record.data() + kBytesPerSectorOffset, 2);
+  }
+  return FatBytes(record.data());
+}

@@ -1,0 +1,106 @@
+#include "discovery/drive_list.h"
+
+#include "cli/option_model.h"
+#include "console/console.h"
+#include "console/number_text.h"
+#include "discovery/identification.h"
+#include "disk/volumes.h"
+
+namespace {
+
+bool DriveCounts() {
+  constexpr std::uint64_t kSmallest = 10;
+  return DriveReportedBytes > kSmallest;
+}
+
+void NoteDrive() {
+  if (FoundDrive == kNoDriveFound) {
+    FoundDrive = static_cast<std::int16_t>(DriveNumber);
+    FoundDriveDesc = DriveModel;
+    FoundDriveSize = DriveBytes;
+  }
+  DriveListDesc[static_cast<std::size_t>(DriveNumber)] = DriveModel;
+  DriveListSize[static_cast<std::size_t>(DriveNumber)] = DriveBytes;
+}
+
+// The size with its unit, which turns above 1000, so that exactly 1000 stays in the smaller unit.
+std::string SizeField(std::int64_t bytes) {
+  constexpr double kStep = 1024;
+  constexpr double kTurn = 1000;
+  constexpr std::size_t kWidth = 8;
+  double size = static_cast<double>(bytes) / kStep;
+  std::string unit = "KiB";
+  for (const char* next : {"MiB", "GiB"}) {
+    if (size > kTurn) {
+      size /= kStep;
+      unit = next;
+    }
+  }
+  return PadText(NumberText(size, "###############0.0"), ' ', kWidth, false) + unit;
+}
+
+}  // namespace
+
+void ListDrives(bool show) {
+  for (std::int32_t drive = 0; drive <= kHighestListedDrive; ++drive) {
+    DriveNumber = drive;
+    Diagnose("\r\nCalling GetUSBDiskDriveInfo for drive " + std::to_string(drive));
+    GetUSBDiskDriveInfo(drive);
+    if (DriveCounts()) {
+      NoteDrive();
+    }
+    if (show) {
+      DriveLine(0);
+    }
+  }
+  ConsoleWrite("\r\n\r\n");
+}
+
+std::string DriveLine(int mode) {
+  constexpr std::size_t kModelWidth = 31;
+  constexpr std::size_t kBytesWidth = 12;
+  constexpr std::size_t kFirmwareWidth = 5;
+  constexpr std::size_t kSerialWidth = 15;
+  if (DriveBytes < 1) {
+    return "";
+  }
+  std::string line = DriveNumber == FoundDrive ? "*" : " ";
+  line += "DRIVE " + std::to_string(DriveNumber) + " -" + SizeField(DriveBytes) + " " +
+          PadText(DriveModel, ' ', kModelWidth, true);
+  if (OptDebug) {
+    line += " " + GroupDigits(PadText(PlainNumber(DriveBytes), ' ', kBytesWidth, false), "") + " Bytes ";
+  }
+  line += " ";
+  if (mode == 0) {
+    line += "Fw=" + PadText(CutAtNul(DriveFirmware), ' ', kFirmwareWidth, true);
+    line += " Sno=" + PadText(CutAtNul(DriveSerial), ' ', kSerialWidth, true);
+    line += " " + GetDriveLetter(DriveNumber);
+  }
+  ConsoleWrite("\r\n" + line);
+  return line;
+}
+
+std::string GetDriveLetter(std::int32_t drive) {
+  constexpr double kTooSmall = 40'000;
+  DebugLog(" GetDriveLetter " + std::to_string(drive));
+  if (drive >= kNoDriveFound) {
+    return "";
+  }
+  std::array<std::string, 4> letters;
+  Get_Drive_Volumes(drive, letters[0], letters[1], letters[2], letters[3]);
+  std::string letter = letters[0];
+  double size = std::stod(VolumeBytes(letter));
+  for (std::size_t i = 1; i < letters.size(); ++i) {
+    if (!letters[i].empty() && size > 0 && size < kTooSmall) {
+      letter = letters[i];
+      size = std::stod(VolumeBytes(letter));
+    }
+  }
+  DebugLog(" GetDriveLetter returned " + letter);
+  return letter;
+}
+
+std::string VolumeBytes(const std::string& letter) {
+  std::uint64_t bytes = 0;
+  return PlainNumber(port->QueryVolumeSize(letter, bytes) ? bytes : 0);
+}
