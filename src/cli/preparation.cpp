@@ -14,6 +14,8 @@
 #include "disk/handles.h"
 #include "disk/sector_io.h"
 #include "disk/volumes.h"
+#include "format/fat12.h"
+#include "format/fat16.h"
 #include "format/fat32.h"
 #include "format/images/boot_images.h"
 #include "partition/mbr_builder.h"
@@ -124,9 +126,21 @@ void ClearOldBootRecords() {
   }
 }
 
+// The second partition's boot record is made for tracks of 63 sectors.
+bool SecondPartitionIsFormatted() { return Opt2Ptn && !OptZip && GeomSpt == 63; }
+
 void FormatVolumes() {
-  if (WantBootCode && UseFat32) {
+  if (!WantBootCode) {
+    return;
+  }
+  if (SecondPartitionIsFormatted()) {
+    FormatFat12(VolumeName, static_cast<std::uint64_t>(SecondPartLba));
+  }
+  if (UseFat32) {
     FormatFat32(VolumeName);
+  }
+  if (UseFat16) {
+    FormatFat16(VolumeName);
   }
 }
 

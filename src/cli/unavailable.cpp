@@ -16,16 +16,13 @@ void RefuseUnavailableFormat() {
   if (!WantBootCode) {
     return;
   }
-  if (Opt2Ptn && !OptZip && GeomSpt == 63) {
-    EndUnavailable("Formatting a second partition as FAT12");
-  }
   if (UseNtfs) {
     EndUnavailable("Formatting as NTFS");
   }
   if (UseExfat) {
     EndUnavailable("Formatting as exFAT");
   }
-  if (UseFat16 || ImagesOfBootType() == nullptr) {
+  if (ImagesOfBootType() == nullptr) {
     EndUnavailable("Boot code for " + BootType);
   }
 }

@@ -29,6 +29,10 @@ struct DirectoryEntry {
 static_assert(sizeof(DirectoryEntry) == 32 && offsetof(DirectoryEntry, date) == 0x18);
 
 constexpr std::array kBootImages{
+    FatBootImages{"FAT16BOOTMGR", Fat16Bootmgr_Code, nullptr, 0},
+    FatBootImages{"FAT16FREEDOS", Fat16FreeDos_Code, nullptr, 0},
+    FatBootImages{"FAT16NTLDR", Fat16Ntldr_Code, nullptr, 0},
+    FatBootImages{"FAT32FREEDOS", Fat32FreeDos_Code, nullptr, 0},
     FatBootImages{"FAT32NTLDR", Fat32Ntldr_Code, Fat32NtldrExt_Code, 12},
     FatBootImages{"FAT32BOOTMGR", Fat32Bootmgr_Code, Fat32BootmgrExt_Code, 12},
 };
@@ -76,6 +80,13 @@ void LoadBootImage() {
   if (!DumpParsedOk) {
     ReportBox("\r\nCOMMAND LINE ERROR: No support for " + BootType + " bootcode");
     MyExitProcess(kLevelBadParameter);
+  }
+}
+
+void ClearSectors(std::uint64_t first, std::uint64_t last) {
+  std::fill_n(SectorBuffer.begin(), kSectorBytes, std::uint8_t{0});
+  for (std::uint64_t lba = first; lba <= last; ++lba) {
+    DirectWrite(lba, 1);
   }
 }
 

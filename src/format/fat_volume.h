@@ -36,5 +36,9 @@ const FatBootImages* ImagesOfBootType();
 // Parses the first sector's image of BootType into BinArray; ends the run with level 1 where there is none.
 void LoadBootImage();
 
+// Writes one zero sector after another from LBA `first` to `last`, both included, through SectorBuffer, which must hold
+// a sector. Failures are not looked at: a bad drive fails at what is written next.
+void ClearSectors(std::uint64_t first, std::uint64_t last);
+
 // Reports `message` and ends the run with level 7.
 [[noreturn]] void FailWrite(const std::string& message);

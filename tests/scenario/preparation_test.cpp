@@ -19,19 +19,29 @@ std::uint64_t Field(const std::string& bytes, std::size_t at, int size) {
   return value;
 }
 
-// The numbers in a FAT32 volume's boot sector.
+std::string PadLeft(const std::string& text, std::size_t width) {
+  return std::string(width - std::min(width, text.size()), ' ') + text;
+}
+
+// The numbers in a FAT16 or FAT32 volume's boot sector.
 struct Volume {
   std::uint64_t start, cluster, reserved, hidden, total, fat;
-  std::uint64_t Root() const { return start + reserved + 2 * fat; }
+  bool fat32;
+  std::uint64_t overhead;  // sectors in front of cluster 2
 };
 Volume ReadVolume(const std::string& image, std::uint64_t start) {
   const std::string boot = ReadBytes(image, start * kSector, kSector);
-  return {start,
-          Field(boot, 0x0D, 1),
-          Field(boot, 0x0E, 2),
-          Field(boot, 0x1C, 4),
-          Field(boot, 0x20, 4),
-          Field(boot, 0x24, 4)};
+  const bool fat32 = Field(boot, 0x16, 2) == 0;
+  Volume volume{start,
+                Field(boot, 0x0D, 1),
+                Field(boot, 0x0E, 2),
+                Field(boot, 0x1C, 4),
+                Field(boot, 0x20, 4),
+                fat32 ? Field(boot, 0x24, 4) : Field(boot, 0x16, 2),
+                fat32,
+                0};
+  volume.overhead = volume.reserved + 2 * volume.fat + Field(boot, 0x11, 2) / 16;
+  return volume;
 }
 
 TEST(Preparation, PrintsItsTexts) {
@@ -94,9 +104,12 @@ TEST(Preparation, WritesItsSectorsAndNoOthers) {
       {"DRIVE=1 SURE FAT32 WINPE ZIP", 32, {{1, 98}}},
       {"DRIVE=1 SURE FAT32 WINPE USBFDD", 0, {{1, 98}, {2048, 30}}},
       {"DRIVE=1 SURE FAT32 WINPE 2MBR", 2048, {{1, 98}, {2047, 1}, {2048, 30}}},
+      {"DRIVE=1 SURE WINPE", 2048, {{1, 98}, {2048, 545}}},
+      {"DRIVE=1 SURE XP CHS", 32, {{1, 98}, {32, 545}}},
+      {"DRIVE=1 SURE FREEDOS 2PTN SIZE=5", 2048, {{1, 98}, {2048, 545}, {18'050, 63}}},
       {"DRIVE=1 SURE WRITEMBRONLY", 2048, {}},
   };
-  constexpr std::uint64_t kWatched = 16'384;  // sectors: all that a drive of 512 MB gets written, and more
+  constexpr std::uint64_t kWatched = 20'000;  // sectors: all that a drive of 512 MB gets written, and more
   for (const auto& row : cases) {
     const ScratchFolder folder;
     const std::string image = folder.File("usb.img");
@@ -156,59 +169,102 @@ TEST(Preparation, PutsTheSecondMbrInFrontOfThePartition) {
   EXPECT_EQ(first, second);
 }
 
+// The partition stands in the table as an independent reader sees it.
+void ExpectPartition(const std::string& image, std::uint64_t first, std::uint64_t sectors, const std::string& ending) {
+  const auto column = [](std::uint64_t number) { return PadLeft(std::to_string(number), 12); };
+  const RunResult table = RunCommand({"sfdisk", "--dump", image});
+  EXPECT_NE(table.out.find("start=" + column(first) + ", size=" + column(sectors) + ", type=" + ending + "\n"),
+            std::string::npos)
+      << table.out << table.err;
+}
+
+// fsck.fat has nothing to say but what the layout itself causes: the label stands in the root directory alone, and
+// FAT32's free clusters aren't counted.
+void ExpectSound(const std::string& partition, const Volume& volume, const std::string& label) {
+  const std::uint64_t clusters = (volume.total - volume.overhead) / volume.cluster;
+  const std::string free =
+      volume.fat32 ? "Free cluster summary uninitialized (should be " + std::to_string(clusters - 1) + ")\n" : "";
+  EXPECT_EQ(RunCommand({"fsck.fat", "-n", partition}).out,
+            "fsck.fat 4.2 (2021-01-31)\n"
+            "There is no label in boot sector, but there is volume label '" +
+                label +
+                "' stored in root directory\n"
+                "  Auto-copying volume label from root directory to boot sector.\n" +
+                free + "\nLeaving filesystem unchanged.\n" + partition + ": 1 files, " + (volume.fat32 ? "1/" : "0/") +
+                std::to_string(clusters) + " clusters\n");
+}
+
+// mtools reads the label, and writes and reads a file.
+void ExpectUsable(const std::string& partition, const ScratchFolder& folder, const std::string& label) {
+  const std::string file = folder.File("file");
+  const std::string content = std::string(10'000, 'x') + partition;
+  WriteBytes(file, 0, content);
+  EXPECT_EQ(RunCommand({"mcopy", "-i", partition, file, "::/FILE.BIN"}).exit_code, 0);
+  EXPECT_EQ(RunCommand({"mtype", "-i", partition, "::/FILE.BIN"}).out, content);
+  EXPECT_NE(RunCommand({"mlabel", "-i", partition, "-s", "::"}).out.find(label), std::string::npos);
+}
+
 TEST(Preparation, MakesVolumesThatOthersAccept) {
   const struct {
     std::string size;
     std::string line;
     std::uint64_t start;
     unsigned cluster;
+    std::string type;
   } cases[] = {
-      {"300M", "", 2048, 8},       {"512M", "ZIP", 32, 8},      {"1G", "CHS", 32, 8},          {"8G", "", 2048, 8},
-      {"10G", "", 2048, 16},       {"20G", "", 2048, 32},       {"40G", "FORCELBA", 2048, 64}, {"3G", "USBFDD", 0, 8},
-      {"8G", "SIZE=600", 2048, 8}, {"256G", "NOACT", 2048, 64}, {"2T", "2MBR", 2048, 64},
+      {"300M", "FAT32 WINPE", 2048, 8, "c, bootable"},  // below 65,525 clusters, which mtools refuses
+      {"512M", "FAT32 WIN7 ZIP", 32, 8, "c, bootable"},
+      {"1G", "FAT32 XP CHS", 32, 8, "c, bootable"},
+      {"8G", "FAT32 WINPE", 2048, 8, "c, bootable"},
+      {"10G", "FAT32 WINPE", 2048, 16, "c, bootable"},
+      {"20G", "FAT32 WINPE", 2048, 32, "c, bootable"},
+      {"40G", "FAT32 WINPE FORCELBA", 2048, 64, "c, bootable"},
+      {"3G", "FAT32 FREEDOS USBFDD", 0, 8, ""},
+      {"8G", "FAT32 WINPE SIZE=600", 2048, 8, "c, bootable"},
+      {"256G", "FAT32 WINPE NOACT", 2048, 64, "c"},
+      {"2T", "FAT32 WINPE 2MBR", 2048, 64, "c, bootable"},
+      {"18M", "WINPE", 2048, 2, "e, bootable"},
+      {"64M", "FREEDOS", 2048, 2, "e, bootable"},
+      {"150M", "XP", 2048, 8, "e, bootable"},
+      {"700M", "BOOTMGR CHS", 32, 32, "6, bootable"},
+      {"1G", "NTLDR ZIP", 32, 32, "e, bootable"},
+      {"2G", "WINPE USBFDD", 0, 64, ""},
+      {"8G", "VISTA SIZE=4090", 2048, 128, "e, bootable"},
   };
   for (const auto& row : cases) {
-    const std::string label = row.size + " " + row.line;
+    SCOPED_TRACE(row.size + " " + row.line);
     const ScratchFolder folder;
     const std::string image = folder.File("usb.img");
-    ASSERT_EQ(
-        RunOnDrive(image, "size=" + row.size, "DRIVE=1 SURE FAT32 WINPE " + row.line + " VOLUME=Stick 1").exit_code, 0);
+    ASSERT_EQ(RunOnDrive(image, "size=" + row.size, "DRIVE=1 SURE " + row.line + " VOLUME=Stick 1").exit_code, 0);
     const Volume volume = ReadVolume(image, row.start);
-    EXPECT_EQ(volume.cluster, row.cluster) << label;
-    EXPECT_EQ((volume.Root() + volume.cluster + (row.start == 0 ? 2048 : 0)) % 2048, 0U) << label;
-
+    EXPECT_EQ(volume.cluster, row.cluster);
+    if (volume.fat32) {  // the first free cluster begins on a boundary of 1 MiB
+      EXPECT_EQ(((row.start == 0 ? 2048 : row.start) + volume.overhead + volume.cluster) % 2048, 0U);
+    }
     if (row.start != 0) {
-      const RunResult table = RunCommand({"sfdisk", "--dump", image});
-      const std::uint64_t first = row.line == "2MBR" ? row.start - 1 : row.start;
-      EXPECT_NE(table.out.find("start= " + std::string(11 - std::to_string(first).size(), ' ') + std::to_string(first) +
-                               ", size= " + std::string(11 - std::to_string(volume.total).size(), ' ') +
-                               std::to_string(volume.total) + ", type=c" + (row.line == "NOACT" ? "" : ", bootable")),
-                std::string::npos)
-          << label << table.out << table.err;
+      ExpectPartition(image, row.line.ends_with("2MBR") ? row.start - 1 : row.start, volume.total, row.type);
     }
     const std::string partition = folder.File("partition.img");
     ExtractBytes(image, row.start * kSector, volume.total * kSector, partition);
     if (row.size != "2T") {  // its FAT of 64 million clusters takes fsck.fat half a minute
-      // The label stands in the root directory alone and the free clusters aren't counted: meant so.
-      const std::string clusters = std::to_string((volume.total - volume.reserved - 2 * volume.fat) / volume.cluster);
-      const std::string free = std::to_string(std::stoul(clusters) - 1);
-      EXPECT_EQ(RunCommand({"fsck.fat", "-n", partition}).out,
-                "fsck.fat 4.2 (2021-01-31)\n"
-                "There is no label in boot sector, but there is volume label 'Stick 1' stored in root directory\n"
-                "  Auto-copying volume label from root directory to boot sector.\n"
-                "Free cluster summary uninitialized (should be " +
-                    free + ")\n\nLeaving filesystem unchanged.\n" + partition + ": 1 files, 1/" + clusters +
-                    " clusters\n")
-          << label;
+      ExpectSound(partition, volume, "Stick 1");
     }
     if (row.size != "300M") {
-      const std::string file = folder.File("file");
-      WriteBytes(file, 0, std::string(100'000, 'x') + label);
-      EXPECT_EQ(RunCommand({"mcopy", "-i", partition, file, "::/FILE.BIN"}).exit_code, 0) << label;
-      EXPECT_EQ(RunCommand({"mtype", "-i", partition, "::/FILE.BIN"}).out, std::string(100'000, 'x') + label);
-      EXPECT_NE(RunCommand({"mlabel", "-i", partition, "-s", "::"}).out.find("Stick 1"), std::string::npos) << label;
+      ExpectUsable(partition, folder, "Stick 1");
     }
   }
+}
+
+TEST(Preparation, MakesASecondPartition) {
+  const ScratchFolder folder;
+  const std::string image = folder.File("usb.img");
+  ASSERT_EQ(RunOnDrive(image, "size=1G", "DRIVE=1 SURE WINPE 2PTN VOLUME=Stick 1").exit_code, 0);
+  const std::uint64_t second = Field(ReadBytes(image, 0x1D6, 4), 0, 4);
+  ExpectPartition(image, second, 2048, "21");
+  const std::string partition = folder.File("partition.img");
+  ExtractBytes(image, second * kSector, 63 * kSector, partition);
+  EXPECT_EQ(Field(ReadBytes(partition, 0x1C, 4), 0, 4), second);
+  ExpectUsable(partition, folder, "PTN2");
 }
 
 TEST(Preparation, HoldsBothSidesOfTheLimitsOfDrives) {

@@ -93,6 +93,44 @@ TEST(PreparationFaults, Unformatted) {
                 {{31, 1, ""}, {0, 1, kMbrFailure}, {1, 33, ""}, {33, 33, ""}, {66, 33, third}});
 }
 
+// One single-sector write after another, whose failures nobody looks at.
+void AppendClearing(std::vector<ExpectedWrite>& writes, std::uint64_t first, std::uint64_t last) {
+  for (std::uint64_t lba = first; lba <= last; ++lba) {
+    writes.push_back({lba, 1, ""});
+  }
+}
+
+// Behind the clearing of the FAT16 volume at LBA 2048.
+void AppendFat16(std::vector<ExpectedWrite>& writes) {
+  AppendClearing(writes, 2048, 2148);
+  writes.push_back({2048, 1, "\r\n*** ERROR *** writing partition boot sector"});
+  writes.push_back(
+      {2049, 256, "\r\n" + kErrorText + "\r\n*** ERROR *** writing First FAT table - 256 blocks at LBA 2049"});
+  writes.push_back({2305, 256, "\r\n*** ERROR *** writing Second FAT table to LBA 2305"});
+  writes.push_back({2561, 32, "\r\n*** ERROR *** writing root directory - 32 blocks at LBA 2561"});
+}
+
+TEST(PreparationFaults, Fat16) {
+  std::vector<ExpectedWrite> writes{
+      {0, 1, kMbrFailure}, {1, 33, ""}, {33, 33, ""}, {66, 33, ""}, {2048, 30, kClearFailure}};
+  AppendFat16(writes);
+  FailEachWrite("DRIVE=1 SURE WINPE", writes);
+}
+
+TEST(PreparationFaults, SecondPartition) {
+  std::vector<ExpectedWrite> writes{
+      {0, 1, kMbrFailure}, {1, 33, ""}, {33, 33, ""}, {66, 33, ""}, {2048, 30, kClearFailure}};
+  constexpr std::uint64_t kSecond = 580'325;  // 36 cylinders less a track, from LBA 2048 on
+  const auto fails = [](const std::string& what) { return "\r\n" + kErrorText + "\r\n*** ERROR *** writing " + what; };
+  AppendClearing(writes, kSecond, kSecond + 62);
+  writes.push_back({kSecond, 1, ""});  // reported, and the run goes on
+  writes.push_back({kSecond + 6, 1, fails("First FAT table - 1 block at LBA 580331")});
+  writes.push_back({kSecond + 7, 1, fails("2nd FAT table - 1 block at LBA 580332")});
+  writes.push_back({kSecond + 8, 1, fails("Volume Label - 1 block at LBA 580333")});
+  AppendFat16(writes);
+  FailEachWrite("DRIVE=1 SURE FREEDOS 2PTN", writes);
+}
+
 TEST(PreparationFaults, WriteMbrOnlyEndsWithoutAWord) {
   for (const bool fails : {false, true}) {
     std::vector<AttachedDrive> drives;

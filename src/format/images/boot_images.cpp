@@ -26,6 +26,21 @@ constexpr std::string_view kFat32Ntldr =
 constexpr std::string_view kFat32NtldrExt =
 #include "Fat32NtldrExt_Code.inc"
     ;
+constexpr std::string_view kFat16Bootmgr =
+#include "Fat16Bootmgr_Code.inc"
+    ;
+constexpr std::string_view kFat16Ntldr =
+#include "Fat16Ntldr_Code.inc"
+    ;
+constexpr std::string_view kFat12Bootmgr =
+#include "Fat12Bootmgr_Code.inc"
+    ;
+constexpr std::string_view kFat16FreeDos =
+#include "Fat16FreeDos_Code.inc"
+    ;
+constexpr std::string_view kFat32FreeDos =
+#include "Fat32FreeDos_Code.inc"
+    ;
 
 std::optional<std::uint8_t> HexPair(std::string_view pair) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
@@ -74,3 +89,8 @@ void Fat32Bootmgr_Code() { ParseDump(kFat32Bootmgr, BinArray); }
 void Fat32BootmgrExt_Code() { ParseDump(kFat32BootmgrExt, SectorBuffer); }
 void Fat32Ntldr_Code() { ParseDump(kFat32Ntldr, BinArray); }
 void Fat32NtldrExt_Code() { ParseDump(kFat32NtldrExt, SectorBuffer); }
+void Fat16Bootmgr_Code() { ParseDump(kFat16Bootmgr, BinArray); }
+void Fat16Ntldr_Code() { ParseDump(kFat16Ntldr, BinArray); }
+void Fat12Bootmgr_Code() { ParseDump(kFat12Bootmgr, BinArray); }
+void Fat16FreeDos_Code() { ParseDump(kFat16FreeDos, BinArray); }
+void Fat32FreeDos_Code() { ParseDump(kFat32FreeDos, BinArray); }

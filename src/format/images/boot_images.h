@@ -27,3 +27,8 @@ void Fat32NtldrExt_Code();
 // ... or into BinArray.
 void Fat32Bootmgr_Code();
 void Fat32Ntldr_Code();
+void Fat16Bootmgr_Code();
+void Fat16Ntldr_Code();
+void Fat12Bootmgr_Code();
+void Fat16FreeDos_Code();
+void Fat32FreeDos_Code();
