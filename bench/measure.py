@@ -16,15 +16,28 @@ PROGRAM = "build/release/korventix"
 MEBI = 1 << 20
 
 
-def prepare_fat32(image, size):
-    """The program's command line for a FAT32 preparation of a drive of `size` bytes."""
-    return [PROGRAM, "--drive", f"1={image},size={size}", "--no-wait", "DRIVE=1", "SURE", "FAT32", "WINPE"]
+def prepare(image, size, *words):
+    """The program's command line for a preparation of a drive of `size` bytes."""
+    return [PROGRAM, "--drive", f"1={image},size={size}", "--no-wait", "DRIVE=1", "SURE", *words]
+
+
+def fat_job(kind, label, size):
+    """A row: label, bytes of the drive, the program's command, the peer's command."""
+    words = ["FAT32", "WINPE"] if kind == 32 else ["WINPE"]
+    return (
+        f"FAT{kind}, {label}",
+        size,
+        lambda image, size: prepare(image, size, *words),
+        lambda image, size: ["mkfs.fat", "-F", str(kind), image],
+    )
 
 
 JOBS = [
-    # label, bytes of the drive, the program's command, the peer's command
-    (f"FAT32, {label}", size, prepare_fat32, lambda image, size: ["mkfs.fat", "-F", "32", image])
-    for label, size in [("8 GB", 8 << 30), ("128 GB", 128 << 30), ("2 TB", (2 << 40) - (1 << 30))]
+    fat_job(16, "2 GB", 2 << 30),
+    fat_job(16, "4 GB", (4 << 30) - (16 << 20)),  # mkfs.fat ends a little below 4 GiB
+    fat_job(32, "8 GB", 8 << 30),
+    fat_job(32, "128 GB", 128 << 30),
+    fat_job(32, "2 TB", (2 << 40) - (1 << 30)),  # mkfs.fat ends below 2^32 sectors
 ]
 
 

@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-#include "boot/fat32_volume.h"
+#include "boot/fat_volume.h"
 #include "support/run.h"
 
 namespace {
@@ -10,8 +10,7 @@ namespace {
 constexpr std::uint64_t kConfigOffset = 2;     // of the stage-zero program
 constexpr std::size_t kStubLengthOffset = 2;   // of the stub loader
 constexpr std::size_t kWholeFile = 1U << 20U;  // more than either program has
-constexpr std::size_t kBootSectorWords = 45;
-constexpr char kTrap = '\xCC';  // INT3
+constexpr char kTrap = '\xCC';                 // INT3
 
 // Bytes of which no two sectors have the same.
 std::string Pattern(std::string head, std::size_t bytes) {
@@ -28,24 +27,34 @@ std::string ConfigOf(const Bios& bios, std::size_t loader_bytes) {
          Little(bios.faults, 2) + Little(bios.fault_lba, 4) + Little(loader_bytes, 4);
 }
 
-// The words behind the "R" of a report; "<reads> R" under stage zero.
+// So many bytes of memory, reported as words.
+std::string ReadMemory(std::istream& words, std::size_t bytes) {
+  std::string memory;
+  for (std::uint32_t word = 0; memory.size() < bytes && words >> word;) {
+    memory += Little(word, 2);
+  }
+  return memory;
+}
+
+// The words behind the "R" of a report, in the order in which the bench's programs say them.
 BootReport ParseReport(const std::string& text) {
   BootReport report{.text = text};
   const std::size_t mark = text.rfind('R');
   std::istringstream words(mark == std::string::npos ? "" : text.substr(mark + 1));
   words >> std::hex;
+  std::uint32_t zero = 0;
   std::uint32_t high = 0;
   std::uint32_t low = 0;
-  words >> report.cs >> report.ip >> report.ss >> report.sp >> report.ds >> report.es >> report.dx >> report.si >>
-      report.bp >> report.flags >> high >> low;
+  words >> zero >> report.ss >> report.ds >> report.es >> report.di >> report.si >> report.bp >> report.sp >>
+      report.bx >> report.dx >> report.cx >> report.ax >> report.ip >> report.cs >> report.flags >> report.reads >>
+      high >> low;
   report.hash = high << 16 | low;
-  for (std::uint32_t word = 0; words >> word;) {
-    report.boot_sector += Little(word, 2);
-  }
-  report.loaded = report.boot_sector.size() == kBootSectorWords * 2;
-  if (report.loaded && mark >= 4) {
-    std::istringstream(text.substr(mark - 4, 4)) >> std::hex >> report.reads;
-  }
+  report.boot_sector = ReadMemory(words, kSectorBytes);
+  report.stack = ReadMemory(words, 8);
+  report.at_bp = ReadMemory(words, kBelowBp + 0x5A);
+  report.entries = ReadMemory(words, 2 * kEntryBytes);
+  report.diskette = ReadMemory(words, 4);
+  report.loaded = !words.fail() && report.diskette.size() == 4;
   return report;
 }
 
@@ -88,7 +97,7 @@ std::string StubLoader(std::size_t bytes) {
   return Pattern(stub, bytes);
 }
 
-std::string TrapLoader(std::size_t bytes) { return Pattern(std::string(1, kTrap), bytes); }
+std::string TrapLoader(std::size_t bytes, const std::string& head) { return Pattern(head + kTrap, bytes); }
 
 std::uint32_t HashOf(const std::string& bytes) {
   std::uint32_t hash = 0;

@@ -34,14 +34,14 @@ TEST(MbrBoot, SaysWhatIsWrongWithTheTable) {
   };
   for (const TableCase& c : cases) {
     SCOPED_TRACE(c.label);
-    const PreparedDrive drive("1G");
+    const PreparedDrive drive(KindOf("Fat32Bootmgr"));
     WriteBytes(drive.image, c.offset, c.bytes);
     EXPECT_EQ(BootUnder({}, drive.image).text, c.text);
   }
 }
 
 TEST(MbrBoot, SaysWhatIsWrongWithTheDrive) {
-  const PreparedDrive drive("1G");
+  const PreparedDrive drive(KindOf("Fat32Bootmgr"));
   for (const std::uint16_t peculiar : {std::uint16_t{0}, kNoLba, kFalseLba}) {
     SCOPED_TRACE(peculiar);
     const Bios dead{.peculiar = peculiar, .faults = kAlways, .fault_lba = kStartLba};
@@ -57,7 +57,7 @@ TEST(MbrBoot, SaysWhatIsWrongWithTheDrive) {
 // The volume's boot sector is one instruction here, which reports what the master boot record hands over.
 TEST(MbrBoot, HandsOverDriveAndEntry) {
   constexpr std::uint64_t kLba = 5000000;  // a cylinder above 255
-  const PreparedDrive drive("4G");
+  const PreparedDrive drive(KindOf("Fat32Bootmgr"), "4G");
   WriteBytes(drive.image, kLba * kSectorBytes, "\xCC");
   WriteBytes(drive.image, kLba * kSectorBytes + kMagic, Little(0xAA55, 2));
   WriteBytes(drive.image, kTable + kFirstLbaField, Little(kLba, 4));

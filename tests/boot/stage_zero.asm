@@ -58,6 +58,7 @@ start:
         times   510-($-$$) db 0
         dw      0xAA55
 
+%define REPORT_IP 1                     ; behind INT3
 %include "report.inc"
 
 resident:
@@ -115,7 +116,7 @@ resident:
         retf
 
 hooks:
-        dw      0x03 * 4, loader_entered
+        dw      0x03 * 4, report          ; the loader is one INT3, however long its file
         dw      0x08 * 4, timer
         dw      0x10 * 4, video
         dw      0x13 * 4, disk
@@ -123,29 +124,6 @@ hooks:
         dw      0x18 * 4, no_boot
         dw      0x19 * 4, next_boot
 HOOKS   equ     ($ - hooks) / 4
-
-; The loader is one INT3, however long its file.
-loader_entered:
-        push    bp
-        mov     bp, sp
-        push    word [bp+6]             ; flags
-        push    word [bp]
-        push    si
-        push    dx
-        push    es
-        push    ds
-        lea     ax, [bp+8]
-        push    ax                      ; SP before the interrupt
-        push    ss
-        mov     ax, [bp+2]
-        dec     ax
-        push    ax
-        push    word [bp+4]
-        mov     bp, sp
-        mov     ecx, [cs:loader_bytes]
-        mov     ax, [cs:reads]
-        call    say_word
-        jmp     report
 
 timer:
         push    bp
