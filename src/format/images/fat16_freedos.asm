@@ -31,14 +31,11 @@
 %define ROOT_OFFSET  (0x10000 - ROOT_SECTORS * SECTOR_BYTES)  ; the directory ends where the segment ends
 %define ROOT_SEGMENT (BASE + ROOT_OFFSET / 16)
 %define LOAD_SEGMENT 0x0060
-%define LOAD_END     0x2700             ; segment; leaves the stack 2 KiB
+%define LOAD_LIMIT   307                ; sectors, up to 26C00h; leaves the stack 3 KiB
 %define DATA_START   bp-0x18            ; between boot sector and stack
 %define CACHED       bp-0x14            ; the number of a FAT sector is never "CL"
 %define ODD_DRIVE    0x70               ; bits: 00h to 0Fh and 80h to 8Fh are drives
 
-%macro COMPARE_ROOM 0
-        cmp     bx, LOAD_END
-%endmacro
 %macro COMPARE_END 0
         cmp     eax, [bp+BPB_TOTAL]
 %endmacro
