@@ -1,6 +1,8 @@
 // Drives that the program has prepared, and what a boot from one must come to.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +14,9 @@
 
 inline constexpr std::uint64_t kStartLba = 2048;
 inline constexpr std::uint64_t kTranslatedStartLba = 32;  // with ZIP or CHS
+
+// The name of a test for a kind.
+inline std::string NameOfKind(const testing::TestParamInfo<BootKind>& info) { return info.param.label; }
 
 struct PreparedDrive {
   // Runs the program: DRIVE=1 SURE, the words of the kind and these, on a simulated drive of this size ("8G"). The
@@ -36,6 +41,10 @@ void PutLoader(PreparedDrive& drive, const std::string& loader, Placement placem
 
 // The entries that PutLoader has written.
 std::string EntriesOf(const PreparedDrive& drive);
+
+// Fills the root directory with deleted entries and, in front, all that has the loader's name and isn't the loader. On
+// FAT32 the directory gets these clusters. The number of its entries.
+std::size_t FillRoot(const PreparedDrive& drive, const std::vector<std::uint32_t>& root = {2});
 
 // The loader was entered as promised.
 void ExpectLoaded(const BootReport& report, const PreparedDrive& drive, const Bios& bios = {});

@@ -29,6 +29,7 @@
 %define BPB_DRIVE    BPB32_DRIVE
 %define BASE         0x2400             ; the segment of all that follows; the buffer lies at its start
 %define LOAD_SEGMENT 0x0060
+%define STACK        (BOOT_ADDRESS - 0x12)
 %define DATA_START   bp-0x16            ; dword: the first sector of cluster 2, counted from the volume's start
 %define DIRECTORY_LIMIT 4096            ; sectors of the largest directory, 65536 entries
 %define ODD_DRIVE    0x70               ; bits: 00h to 0Fh and 80h to 8Fh are drives
@@ -51,7 +52,6 @@ start:
         mov     ds, ax
         mov     si, BOOT_ADDRESS
         mov     di, si
-        mov     bp, si
         mov     cx, si                  ; more than needed
         push    BASE
         pop     es
@@ -62,19 +62,20 @@ moved:
         pop     ds
         push    es
         pop     ss
-        lea     sp, [DATA_START+4]
+        mov     sp, STACK
         sti
+        mov     si, text_loading
+        call    print
+        mov     bp, BOOT_ADDRESS        ; some BIOSes change it when they print
         test    dl, ODD_DRIVE           ; some old BIOSes leave DL alone
         jnz     .drive_known
         mov     [bp+BPB_DRIVE], dl
 .drive_known:
-        mov     si, text_loading
-        call    print
         mov     eax, [bp+BPB32_FAT_SECTORS]
         add     eax, eax
         movzx   edx, word [bp+BPB_RESERVED]
         add     eax, edx
-        push    eax                     ; DATA_START: a word of it, below 1024, is what lies at BP-14h
+        push    eax                     ; DATA_START; its upper word, below 1024, is what lies at BP-14h
         mov     eax, [bp+BPB32_ROOT]
         mov     bx, search_sector
 
@@ -136,8 +137,7 @@ search_sector:
 load_file:
         mov     esi, [di+ENTRY_SIZE]
         dec     esi
-        shr     esi, 9
-        inc     esi                     ; ESI = sectors still to load; an empty file counts as the largest
+        shr     esi, 9                  ; ESI = sectors to load behind the next; an empty file counts as the largest
         push    word [di+ENTRY_HIGH]
         push    word [di+ENTRY_LOW]
         pop     eax
@@ -147,7 +147,7 @@ load_file:
         jmp     read_chain
 .count:
         dec     esi
-        jz      start_loader
+        js      start_loader
         mov     di, es
         add     di, SECTOR_BYTES / 16
         mov     es, di
