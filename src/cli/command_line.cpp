@@ -7,6 +7,7 @@
 #include "cli/option_model.h"
 #include "console/console.h"
 #include "console/number_text.h"
+#include "transfer/file_header.h"
 
 namespace {
 
@@ -144,11 +145,19 @@ static void ParseFirstPart() {
   }
 }
 
+// The file's name in upper case, and as it was typed: the file system may tell cases apart.
+static void ParseFile() {
+  constexpr std::string_view kKeyword = "FILE=\"";
+  if (FindValue(kKeyword, std::string::npos, FileName)) {
+    FileName = FileName.substr(0, FileName.find('"'));
+    // The line as typed has no blank in front.
+    FilePath = port->OriginalText(CmdLine.find(kKeyword) + kKeyword.size() - 1, FileName.size());
+  }
+}
+
 PositionArguments ParseArguments() {
   PositionArguments arguments;
-  if (FindValue("FILE=\"", std::string::npos, arguments.file_name)) {
-    arguments.file_name = arguments.file_name.substr(0, arguments.file_name.find('"'));
-  }
+  ParseFile();
   FindWord("USBSTART=", std::string::npos, arguments.usb_start);
   FindWord("FILESTART=", std::string::npos, arguments.file_start);
   FindWord("LENGTH=", std::string::npos, arguments.copy_length);

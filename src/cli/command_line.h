@@ -10,9 +10,9 @@
 // One blank, then the command line in upper case, up to VOLUME=. Written by BuildCmdLine and TakeVolumeName.
 inline std::string CmdLine;
 
-// Values that Main passes on to the copies and inspections; position expressions stay text.
+// Position expressions that Main passes on to the copies and inspections; they stay text. FILE= goes to FileName and
+// FilePath.
 struct PositionArguments {
-  std::string file_name;  // FILE=, in upper case
   std::string usb_start = "0";
   std::string file_start = "0";
   std::string copy_length = "0";

@@ -17,6 +17,8 @@
 #include "disk/sector_io.h"
 #include "disk/volumes.h"
 #include "host/windows_version.h"
+#include "transfer/file_header.h"
+#include "transfer/inspection.h"
 
 namespace {
 
@@ -96,7 +98,7 @@ void PrintDriveLines(const std::string& name, const std::string& description, st
 }
 
 // The modes that are answered without a drive, in the order in which they take the run.
-void RunModesWithoutDrive() {
+void RunModesWithoutDrive(const PositionArguments& arguments) {
   if (HasKeyword(" FIND")) {
     FindCommand();
   }
@@ -104,7 +106,7 @@ void RunModesWithoutDrive() {
     ListCommand();
   }
   if (HasKeyword(" FILEINFO")) {
-    EndUnavailable("FILEINFO");
+    FileInfo(arguments.file_start, arguments.copy_length);
   }
 }
 
@@ -181,10 +183,23 @@ void ProveFirstSectors() {
   }
 }
 
+// A copy without a file shows how it is done.
+void RequireFile() {
+  if (FileName.empty()) {
+    ShowUsage(true);
+    ReportBox("\r\nNeed FILE=\"fred.bin\" (in quotes)\r\n");
+    MyExitProcess(kLevelOperational);
+  }
+}
+
 // The modes on an open drive, in the order in which they take the run.
-void RunModesOnDrive() {
-  for (const std::string_view mode : {" DRIVEINFO", " USBINFO", " USBTOFILE", " FILETOUSB"}) {
+void RunModesOnDrive(const PositionArguments& arguments) {
+  if (HasKeyword(" DRIVEINFO") || HasKeyword(" USBINFO")) {
+    DriveInfoCommand(arguments.usb_start, arguments.copy_length);
+  }
+  for (const std::string_view mode : {" USBTOFILE", " FILETOUSB"}) {
     if (HasKeyword(mode)) {
+      RequireFile();
       EndUnavailable(mode.substr(1));
     }
   }
@@ -211,13 +226,13 @@ void Main() {
   ParseSizeLimit();
   PrintBanner();
   SizeSectorBuffer(kFirstBufferSectors * kSectorBytes);
-  ParseArguments();
+  const PositionArguments arguments = ParseArguments();
   ParseLayoutFlags();
   DeriveBootType();
   ParseRunFlags();
   RefuseConflicts();
 
-  RunModesWithoutDrive();
+  RunModesWithoutDrive(arguments);
   if (!ParseDriveNumber()) {
     ShowUsage(false);
     MyExitProcess(kLevelBadParameter);
@@ -229,7 +244,7 @@ void Main() {
     GetDriveCommand();
   }
   CheckAndOpenDrive();
-  RunModesOnDrive();
+  RunModesOnDrive(arguments);
   if (OptWriteMbrOnly) {
     WriteMbrOnly();
   }

@@ -56,8 +56,7 @@ std::uint8_t ByteAt(std::uint64_t offset) { return offset < SectorBuffer.size() 
 // An entry of the MBR, by its number from 1 to 4.
 struct Entry {
   std::uint64_t base;
-  explicit Entry(int number)
-      : base(kTableOffset + sizeof(PartitionEntry) * static_cast<std::uint64_t>(number - 1)) {}
+  explicit Entry(int number) : base(kTableOffset + sizeof(PartitionEntry) * static_cast<std::uint64_t>(number - 1)) {}
   std::uint8_t Status() const { return ByteAt(base); }
   std::uint8_t Type() const { return ByteAt(base + offsetof(PartitionEntry, type)); }
   std::uint64_t First() const { return ReadLe32(base + offsetof(PartitionEntry, first_lba)); }
@@ -100,7 +99,8 @@ bool AcceptHeader(std::uint64_t header) {
   }
   if (ReadLe64(header + kGptEntriesLba) != 2) {
     ReportBox(
-        "\r\n\r\nWarning: GPT Partition list does not start at Sector LBA2. Sorry, Korventix can only parse standard GPT "
+        "\r\n\r\nWarning: GPT Partition list does not start at Sector LBA2. Sorry, Korventix can only parse standard "
+        "GPT "
         "partition formats.\r\n");
     return false;
   }
@@ -148,8 +148,8 @@ std::string ChsText(std::uint64_t at) {
 
 std::string EntryText(int number) {
   const Entry entry(number);
-  const auto* name = std::find_if(kTypeNames.begin(), kTypeNames.end(),
-                                  [&](const TypeName& row) { return row.type == entry.Type(); });
+  const auto* name =
+      std::find_if(kTypeNames.begin(), kTypeNames.end(), [&](const TypeName& row) { return row.type == entry.Type(); });
   std::string text = "\r\n\r\nMBR Partition " + std::to_string(number) + "   SIZE=" + MebibytesOf(entry.Sectors()) +
                      "MiB   Type: " + HexPad(entry.Type(), 2) + " ";
   text += name == kTypeNames.end() ? "" : name->name;

@@ -22,9 +22,9 @@ using PartitionExtents = std::array<Extent, kExtentCount>;
 Extent& ExtentOf(PartitionExtents& extents, int n);
 const Extent& ExtentOf(const PartitionExtents& extents, int n);
 
-// Fills `extents` from the table in SectorBuffer. PALL keeps what the caller gave; on a GPT it gets the highest start and
-// the highest end. True when an entry of the MBR has a size. A GPT whose entries don't begin at LBA 2 is warned of and
-// left aside.
+// Fills `extents` from the table in SectorBuffer. PALL keeps what the caller gave; on a GPT it gets the highest start
+// and the highest end. True when an entry of the MBR has a size. A GPT whose entries don't begin at LBA 2 is warned of
+// and left aside.
 bool ReadPartitionExtents(PartitionExtents& extents);
 
 // The four entries of the MBR in SectorBuffer as text. Where the buffer is shorter, 0 is shown.

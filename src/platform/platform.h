@@ -41,14 +41,19 @@ enum ErrorCode : std::uint32_t {
 
 // What CreateFile is given behind the path.
 struct OpenMode {
-  std::uint32_t access;  // 0 query only, kAccessReadWrite
-  std::uint32_t share;   // 0 none, 3 read and write
+  std::uint32_t access;  // 0 query only, else kAccess...
+  std::uint32_t share;   // 0 none, else kShare...
   std::uint32_t disposition;
   std::uint32_t flags;
 };
-inline constexpr std::uint32_t kAccessReadWrite = 0xC0000000;
+inline constexpr std::uint32_t kAccessReadAttributes = 0x80;
+inline constexpr std::uint32_t kAccessRead = 0x80000000;
+inline constexpr std::uint32_t kAccessWrite = 0x40000000;
+inline constexpr std::uint32_t kAccessReadWrite = kAccessRead | kAccessWrite;
+inline constexpr std::uint32_t kShareRead = 1;
 inline constexpr std::uint32_t kShareReadWrite = 3;
 inline constexpr std::uint32_t kOpenExisting = 3;
+inline constexpr std::uint32_t kFlagNormal = 0x80;
 inline constexpr std::uint32_t kFlagNoBuffering = 0x20000000;
 
 // Control codes that carry no data in either direction.
@@ -104,6 +109,10 @@ class Platform {
 
   // The command line behind the program's name and the host options, case and double quotes kept.
   virtual std::string CommandLine() = 0;
+  // What the user typed for the `characters` characters of CommandLine() from `first` on, byte by byte, in the system's
+  // own encoding; shorter where the line ends earlier. A file's path is taken from here, since names on the system may
+  // have bytes that the code page has no character for.
+  virtual std::string OriginalText(std::size_t first, std::size_t characters) = 0;
   // The seed of the random source: different in each run, unless the host options fix it.
   virtual std::uint64_t RandomSeed() = 0;
   // Keeps the system from showing critical-error boxes of its own.
@@ -164,6 +173,22 @@ class Platform {
   // as the command's allocation length; what the device doesn't fill keeps its value. `returned` is above 0 when the
   // command was carried through.
   virtual bool ScsiCommand(Handle handle, ConstByteSpan cdb, ByteSpan data, std::uint32_t& returned) = 0;
+
+  // --- Files -----------------------------------------------------------------------------------------------------
+  //
+  // A path is in the bytes of OriginalText. Where names differ by case, one that doesn't exist as given stands for the
+  // only entry of its folder that differs from it in case alone (of letters of the code page, in the last part of the
+  // path), if there is exactly one. A file's handle serves Close, Seek and Read too; a read that reaches the end of the
+  // file succeeds and moves fewer bytes, and a seek may go behind the end.
+
+  // Whether a directory search for `path` yields anything, links followed.
+  virtual bool FindFile(const std::string& path) = 0;
+  // Opens a file that exists for reading (kAccessRead) or for QueryFileSize alone (kAccessReadAttributes).
+  // kInvalidHandle on failure: kErrorAccessDenied for what is no regular file, such as a folder or a device, and
+  // kErrorSharingViolation for reading the image of an attached drive.
+  virtual Handle OpenFile(const std::string& path, const OpenMode& mode) = 0;
+  // The file's length in bytes.
+  virtual bool QueryFileSize(Handle file, std::uint64_t& bytes) = 0;
 
   // --- Volumes ---------------------------------------------------------------------------------------------------
 

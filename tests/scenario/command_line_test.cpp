@@ -37,7 +37,6 @@ TEST(CommandLine, IsRefusedWithItsMessage) {
       {"DRIVE=1 FIRSTPART=5", 1, "ERROR: FIRSTPART value must be between 2 and 4!"},
       {"DRIVE=1 FIRSTPART=10", 1, "ERROR: FIRSTPART value must be between 2 and 4!"},
       {"DRIVE=1 LIST", 3, "\r\n\r\n"},
-      {"DRIVE=1 FILEINFO", 5, "\r\nFILEINFO is not available in this version!"},
   };
   for (const auto& row : cases) {
     const RunResult run = RunLine(row.line);

@@ -8,8 +8,8 @@ namespace {
 
 constexpr std::uint64_t kSectorBytes = 512;
 
-constexpr std::array<const char*, 11> kKindNames = {"open", "close",  "seek",     "read",   "write", "flush",
-                                                    "lock", "unlock", "dismount", "update", "scsi"};
+constexpr std::array<const char*, 12> kKindNames = {"open", "close",  "seek",     "read",   "write", "flush",
+                                                    "lock", "unlock", "dismount", "update", "scsi",  "open file"};
 
 CallKind KindOf(ControlCode code) {
   switch (code) {
@@ -96,6 +96,10 @@ int MachineDouble::ShowBox(std::string_view text, int /*buttons*/, std::string_v
 
 Handle MachineDouble::Open(const std::string& path, const OpenMode& mode) {
   return Enter({CallKind::kOpen}) ? SimulatedMachine::Open(path, mode) : kInvalidHandle;
+}
+
+Handle MachineDouble::OpenFile(const std::string& path, const OpenMode& mode) {
+  return Enter({CallKind::kOpenFile}) ? SimulatedMachine::OpenFile(path, mode) : kInvalidHandle;
 }
 
 bool MachineDouble::Close(Handle handle) { return Enter({CallKind::kClose}) && SimulatedMachine::Close(handle); }

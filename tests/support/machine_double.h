@@ -19,11 +19,24 @@ struct RunEnded {
   std::int32_t level;
 };
 
-enum class CallKind { kOpen, kClose, kSeek, kRead, kWrite, kFlush, kLock, kUnlock, kDismount, kUpdate, kScsi };
+enum class CallKind {
+  kOpen,
+  kClose,
+  kSeek,
+  kRead,
+  kWrite,
+  kFlush,
+  kLock,
+  kUnlock,
+  kDismount,
+  kUpdate,
+  kScsi,
+  kOpenFile
+};
 
 struct Call {
   CallKind kind;
-  std::uint64_t lba = 0;      // of reads and writes, in units of 512 bytes, from the start of the drive or volume
+  std::uint64_t lba = 0;  // of reads and writes, in units of 512 bytes, from the start of the drive or volume; files: 0
   std::uint64_t sectors = 0;  // of reads and writes
   friend bool operator==(const Call&, const Call&) = default;
 };
@@ -34,6 +47,7 @@ AttachedDrive MemoryDrive(int number, std::uint64_t bytes, DriveTraits traits = 
 
 class MachineDouble : public SimulatedMachine {
  public:
+  // The command line is in UTF-8.
   explicit MachineDouble(std::vector<AttachedDrive> drives, std::string command_line = "");
 
   // Lets the n-th call of that kind from now on (the first is 1) fail with `code`, and with `from_there_on` every later
@@ -60,6 +74,7 @@ class MachineDouble : public SimulatedMachine {
   std::string DateTimeText() override { return "2024-01-02 03:04:05"; }
 
   Handle Open(const std::string& path, const OpenMode& mode) override;
+  Handle OpenFile(const std::string& path, const OpenMode& mode) override;
   bool Close(Handle handle) override;
   bool Seek(Handle handle, std::int64_t position) override;
   bool Read(Handle handle, ByteSpan buffer, std::uint32_t& moved) override;

@@ -12,6 +12,7 @@
 #include "disk/volumes.h"
 #include "format/images/boot_images.h"
 #include "partition/mbr_builder.h"
+#include "transfer/file_header.h"
 
 namespace {
 
@@ -42,6 +43,8 @@ void ResetProgram(MachineDouble& machine) {
   LastSectorLba = 0;
   LastTransferBytes = LastDllError = 0;
   LastErrorText.clear();
+  FileName.clear();
+  FilePath.clear();
   DriveBus = DriveMedia = DriveModel = DriveFirmware = DriveSerial = "";
   DriveReportedBytes = 0;
   ::DriveBytes = 0;

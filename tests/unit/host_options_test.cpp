@@ -173,7 +173,7 @@ TEST(JoinCommandLine, GivesFileItsQuotesBack) {
       {{"--skipped", "FILE=my disk.bin", "x"}, "FILE=\"my disk.bin\" x"},
       {{"--skipped", "file=a"}, "file=\"a\""},
       {{"--skipped", "FILE=\"a b\""}, "FILE=\"a b\""},
-      {{"--skipped", "FILE=\xC3\xA9"}, "FILE=\"\xE9\""},
+      {{"--skipped", "FILE=\xC3\xA9"}, "FILE=\"\xC3\xA9\""},
       {{"--skipped", "FILES=a", "a", "", "b"}, "FILES=a a  b"},
   };
   for (const Row& row : rows) {

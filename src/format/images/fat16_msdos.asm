@@ -11,13 +11,13 @@
 ;             directory entries of the file at 0:0500 and of MSDOS.SYS, without which it is no system disk, at 0:0520.
 ;             to both: DL = drive; SS:BP = 0:7C00; on the stack 0000:0078 and the INT 1Eh vector, then the LBA of
 ;             cluster 2, which so lies at BP-4; direction flag clear; this boot sector at 0:7C00 with the drive in byte
-;             24h and, but for ZIP, in byte 2 0Eh where LBA calls work; word 1EEh = address of the messages' table.
+;             24h and, but for ZIP, in byte 2 0Eh where LBA calls work; word 1EEh = address of the table of messages.
 ; Memory      stack below 7C00h, 0500h to 053Fh, root directory at C000h to FFFFh.
-; Fields read sectors per cluster, reserved sectors, total, FAT sectors, media, geometry, hidden sectors, drive (only
-;             where DL makes no sense). There are two FATs and 512 root entries. Bytes 0Bh to 3Dh are the formatter's.
+; Fields read sectors per cluster, reserved sectors, total, FAT sectors, media, geometry, hidden sectors. There are two
+;             FATs and 512 root entries. Bytes 0Bh to 3Dh are the formatter's.
 ; Limits      386; sectors of 512 bytes; the volume ends below sector 2^32, with CHS calls where 1024 cylinders end.
-; Left out    of ZIP, for want of room: byte 2, doubts about DL, the BIOS's own geometry, the question for LBA calls, which
-;             are tried for each sector instead.
+; Left out    for want of room: doubts about DL; of ZIP also byte 2, the BIOS's own geometry, and the question for LBA
+;             calls, which are tried for each sector instead.
 ; Failure     "Disk I/O error" for what can't be read or makes no sense, "Invalid system disk" for what is missing (but for
 ;             ZIP "Error!" for both), then a key and INT 19h.
 
@@ -29,6 +29,7 @@
         org     BOOT_ADDRESS
 
 %define WHOLE_DISK
+%define READ_ON
 %define LBA_ON       0x0E               ; in byte 2 of the jump, in memory
 %define LBA_OFF      0x90
 %define BPB_DRIVE    BPB16_DRIVE
@@ -43,7 +44,6 @@
 %define DOS7_OFFSET  0x0200
 %define DOS7_MARK    "BJ"
 %define PLACE        0x1EE              ; word: the table of messages
-%define ODD_DRIVE    0x70               ; bits: 00h to 0Fh and 80h to 8Fh are drives
 
         jmp     short start
         db      LBA_OFF
@@ -66,14 +66,8 @@ start:
         mov     ds, ax
         sti
         cld
-%ifdef ZIP
         mov     [bp+BPB_DRIVE], dl
-%else
-        test    dl, ODD_DRIVE           ; some old BIOSes leave DL alone
-        jnz     .drive_known
-        mov     [bp+BPB_DRIVE], dl
-.drive_known:
-        mov     dl, [bp+BPB_DRIVE]
+%ifndef ZIP
         mov     byte [bp+BPB_JUMP_END], LBA_ON
   %include "probe_lba.inc"
 %endif
@@ -84,17 +78,15 @@ start:
         mov     cx, ROOT_SECTORS
         push    ROOT_OFFSET / 16
         pop     es
-        call    read_run
+        call    read_sector
         push    eax                     ; DATA_LBA
         push    dword [INT_1E]          ; DISKETTE
         push    dword INT_1E
         mov     si, names
         mov     bx, FILE_ENTRY
         call    find_file
-        xor     eax, eax
-        mov     ax, [FILE_ENTRY+ENTRY_LOW]
-        sub     ax, 2
-        jb      disk_error
+        movzx   eax, word [di-ENTRY_BYTES+ENTRY_LOW]
+        sub     eax, 2                  ; far beyond the end for 0 and 1
         movzx   ecx, byte [bp+BPB_CLUSTER]
         mul     ecx
         cmp     eax, [bp+BPB_TOTAL]
@@ -103,13 +95,13 @@ start:
         mov     cl, LOAD_SECTORS
         push    LOAD_SEGMENT
         pop     es
-        call    read_run
+        call    read_sector
         mov     dl, [bp+BPB_DRIVE]
         mov     di, [FILE_ENTRY+ENTRY_LOW]
         cmp     word [LOAD_SEGMENT*16+DOS7_OFFSET], DOS7_MARK
         je      start_dos7
         mov     si, name_dos
-        mov     bl, DOS_ENTRY & 0xFF
+        mov     bx, DOS_ENTRY
         call    find_file
         mov     ch, [bp+BPB16_MEDIA]
         les     bx, [DATA_LBA]
@@ -119,8 +111,9 @@ start:
 start_dos7:
         jmp     LOAD_SEGMENT:DOS7_OFFSET
 
-; Copies the directory entry of a file.  In: SI = name; BX = address for the entry; CH = 0.  Out: ES = 0, CX = 0.
-; Clobbered: SI, DI, flags.  Ends at `missing` where there is no such file, nor, if it was the first name, the last.
+; Copies the directory entry of a file.  In: SI = name; BX = address for the entry; CH = 0.  Out: ES = 0, CX = 0, DI =
+; address behind the entry.  Clobbered: SI, flags.  Ends at `missing` where there is no such file, nor, if that was the
+; first name, one of the last.
 find_file:
         push    ds
         pop     es
@@ -130,13 +123,11 @@ find_file:
         je      .none
         test    byte [di+ENTRY_ATTRIBUTES], NO_FILE
         jnz     .next
-        push    si
-        push    di
+        pusha
         mov     cl, ENTRY_NAME_BYTES
         repe    cmpsb                   ; a deleted entry begins with E5h
-        pop     di
-        pop     si
-        je      .found
+        popa
+        je      .copy
 .next:
         add     di, ENTRY_BYTES
         jnz     .entry
@@ -147,11 +138,78 @@ find_file:
                                         ; falls into missing
 missing:
         mov     si, text_missing
-        jmp     short fail
-.found equ find_file.found
-find_file.found:
+        jmp     fail
+find_file.copy:
         mov     si, di
         mov     di, bx
         mov     cl, ENTRY_BYTES
         rep     movsb
         ret
+
+%include "read_sector.inc"
+
+disk_error:
+        mov     si, text_disk
+; Prints the text at SI and the closing one, waits for a key and lets the BIOS look for another drive.
+fail:
+        lodsb
+        test    al, al
+        jg      .print
+        mov     si, text_closing
+        js      fail
+        xor     ax, ax
+        int     0x16
+        int     0x19
+.print:
+        mov     ah, 0x0E
+        xor     bx, bx
+        int     0x10
+        jmp     short fail
+
+; The messages, as the loaders of MS-DOS 7 use them too. `messages`: for "no system", "can't be read", "no system" once
+; more and the closing text the distance from behind that byte; a text ends in FFh, the closing text in 0.
+; The names are those under which the loader is looked for, the first and, if there is none, the last; between them the
+; rest of an older system.
+%macro table_of_messages 0
+messages:
+        db      text_missing - $ - 1
+        db      text_disk - $ - 1
+        db      text_missing - $ - 1
+        db      text_closing - $ - 1
+%endmacro
+%ifdef ZIP
+names:
+        db      "IO      SYS"
+name_dos:
+        db      "MSDOS   SYS"
+        table_of_messages
+text_missing:
+        db      13, 10, "Invalid system disk", 0xFF
+text_disk:
+        db      13, 10, "Disk I/O error", 0xFF
+text_closing:
+        db      13, 10, "Replace the disk, and then press any key", 13, 10, 0
+
+        pad_to  PLACE
+        dw      messages
+name_last:
+        db      "WINBOOT SYS"
+%else
+names:
+        db      "WINBOOT SYS"
+name_dos:
+        db      "MSDOS   SYS"
+name_last:
+        db      "IO      SYS"
+
+        pad_to  PLACE
+        dw      messages
+        table_of_messages
+text_missing:
+text_disk:
+        db      13, 10, "Error!", 0xFF
+text_closing:
+        db      0
+%endif
+        pad_to  SECTOR_BYTES - 2
+        dw      BOOT_MAGIC

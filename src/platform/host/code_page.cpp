@@ -72,6 +72,31 @@ char32_t CharacterOf(std::uint8_t byte) {
   return special == 0 ? static_cast<char32_t>(kNoCharacter) : special;
 }
 
+// The bytes of the first character of `utf8`, which is not empty; one byte that is no valid UTF-8 counts as one.
+std::size_t FirstBytes(std::string_view utf8) { return std::max<std::size_t>(Decode(utf8).bytes, 1); }
+
+std::string_view WithoutCharacters(std::string_view utf8, std::size_t characters) {
+  for (; characters != 0 && !utf8.empty(); --characters) {
+    utf8.remove_prefix(FirstBytes(utf8));
+  }
+  return utf8;
+}
+
+char32_t UpperCharacter(char32_t character) {
+  constexpr char32_t kDivisionSign = 0xF7;
+  constexpr char32_t kLittleYDiaeresis = 0xFF;
+  constexpr char32_t kBigYDiaeresis = 0x178;
+  constexpr std::u32string_view kBehindTheirBigOnes = U"\u0153\u0161\u017E";  // o-e ligature, s and z with caron
+  const bool latin1 = character >= 0xE0 && character < kLittleYDiaeresis && character != kDivisionSign;
+  if (latin1 || (character >= 'a' && character <= 'z')) {
+    return character - 0x20;
+  }
+  if (kBehindTheirBigOnes.find(character) != std::u32string_view::npos) {
+    return character - 1;
+  }
+  return character == kLittleYDiaeresis ? kBigYDiaeresis : character;
+}
+
 // Characters of the code page have at most 16 bits, so three bytes are enough.
 void AppendUtf8(std::string& text, char32_t character) {
   if (character < 0x80) {
@@ -96,6 +121,27 @@ std::string ToCodePage(std::string_view utf8) {
     utf8.remove_prefix(std::max<std::size_t>(decoded.bytes, 1));
   }
   return text;
+}
+
+std::string_view BytesBehind(std::string_view utf8, std::size_t first, std::size_t characters) {
+  const std::string_view tail = WithoutCharacters(utf8, first);
+  return tail.substr(0, tail.size() - WithoutCharacters(tail, characters).size());
+}
+
+std::string UpperUtf8(std::string_view utf8) {
+  std::string upper;
+  while (!utf8.empty()) {
+    const Decoded decoded = Decode(utf8);
+    const std::size_t bytes = std::max<std::size_t>(decoded.bytes, 1);
+    const char32_t character = UpperCharacter(decoded.character);
+    if (character != decoded.character) {
+      AppendUtf8(upper, character);
+    } else {
+      upper += utf8.substr(0, bytes);
+    }
+    utf8.remove_prefix(bytes);
+  }
+  return upper;
 }
 
 std::string FromCodePage(std::string_view text) {

@@ -4,8 +4,6 @@
 #include <array>
 #include <thread>
 
-#include "platform/host/host_system.h"
-
 namespace {
 
 struct ErrorRow {
@@ -110,3 +108,53 @@ std::string HostMachine::ErrorMessage(std::uint32_t code) {
   }
   return {};
 }
+
+bool HostMachine::FindFile(const std::string& path) {
+  return Outcome(HostFile::Exists(path) ? kErrorNone : kErrorFileNotFound);
+}
+
+Handle HostMachine::OpenFile(const std::string& path, const OpenMode& mode) {
+  ErrorCode code = kErrorNone;
+  std::unique_ptr<HostFile> file = HostFile::Open(path, mode, code);
+  if (!Outcome(code)) {
+    return kInvalidHandle;
+  }
+  const Handle handle = NewHandle();
+  files_[handle] = std::move(file);
+  return handle;
+}
+
+HostFile* HostMachine::FileOf(Handle handle) {
+  const auto found = files_.find(handle);
+  return Outcome(found != files_.end() ? kErrorNone : kErrorInvalidHandle) ? found->second.get() : nullptr;
+}
+
+bool HostMachine::QueryFileSize(Handle file, std::uint64_t& bytes) {
+  HostFile* open_file = FileOf(file);
+  return open_file != nullptr && Outcome(open_file->QuerySize(bytes));
+}
+
+bool HostMachine::Close(Handle handle) {
+  if (handle == kStandardOutput) {
+    return CloseStandardOutput();
+  }
+  return Outcome(files_.erase(handle) != 0 ? kErrorNone : kErrorInvalidHandle);
+}
+
+bool HostMachine::Seek(Handle handle, std::int64_t position) {
+  HostFile* file = FileOf(handle);
+  return file != nullptr && Outcome(position < 0 ? kErrorNegativeSeek : file->Seek(position));
+}
+
+bool HostMachine::Read(Handle handle, ByteSpan buffer, std::uint32_t& moved) {
+  moved = 0;
+  HostFile* file = FileOf(handle);
+  return file != nullptr && Outcome(file->Read(buffer, moved));
+}
+
+bool HostMachine::Write(Handle handle, ConstByteSpan /*buffer*/, std::uint32_t& moved) {
+  moved = 0;
+  return FileOf(handle) != nullptr && Outcome(kErrorAccessDenied);
+}
+
+bool HostMachine::Flush(Handle handle) { return FileOf(handle) != nullptr && Outcome(kErrorAccessDenied); }

@@ -384,7 +384,7 @@ std::string JoinCommandLine(const std::vector<std::string>& arguments, std::size
       line += argument;
     }
   }
-  return ToCodePage(line);
+  return line;
 }
 
 // Backslashes count only in front of a double quote: two stand for one, and an odd one makes the quote a plain

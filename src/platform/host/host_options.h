@@ -34,7 +34,7 @@ struct HostOptions {
 // bad: `problem` then names the argument and says why, in one line.
 bool ParseHostOptions(const std::vector<std::string>& arguments, HostOptions& options, std::string& problem);
 
-// The rest, from argument `first` on, joined by single blanks, in code page 1252. An argument that begins with FILE=
+// The rest, from argument `first` on, joined by single blanks, bytes as they are. An argument that begins with FILE=
 // (any case) and has no double quote gets quotes around what follows, since the shell has taken them away.
 std::string JoinCommandLine(const std::vector<std::string>& arguments, std::size_t first);
 

@@ -81,6 +81,12 @@ std::string CommandLineBehind(const std::vector<std::string>& arguments, std::si
   return JoinCommandLine(arguments, host_arguments);
 }
 
+std::string TextOfLine(const std::string& line) { return ToCodePage(line); }
+
+std::string PartOfLine(const std::string& line, std::size_t first, std::size_t characters) {
+  return std::string(BytesBehind(line, first, characters));
+}
+
 void IgnoreWriteSignals() {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);

@@ -12,8 +12,12 @@
 
 // The program's arguments in UTF-8, without the program's name.
 std::vector<std::string> HostArguments(int argc, char** argv);
-// The command line behind the first `host_arguments` of them, in code page 1252.
+// The command line behind the first `host_arguments` of them, as the user typed it, in the system's own encoding.
 std::string CommandLineBehind(const std::vector<std::string>& arguments, std::size_t host_arguments);
+// That line in code page 1252, and the part of it that stands behind `characters` characters of that text, from
+// character `first` on.
+std::string TextOfLine(const std::string& line);
+std::string PartOfLine(const std::string& line, std::size_t first, std::size_t characters);
 // Keeps a write to a closed pipe, or above the limit for the size of files, from ending the process: it fails.
 void IgnoreWriteSignals();
 std::uint32_t ProcessId();

@@ -2,6 +2,7 @@
 #define NOMINMAX
 #include <windows.h>
 
+#include <algorithm>
 #include <array>
 
 #include "platform/host/code_page.h"
@@ -49,6 +50,13 @@ std::vector<std::string> HostArguments(int /*argc*/, char** /*argv*/) {
 std::string CommandLineBehind(const std::vector<std::string>& /*arguments*/, std::size_t host_arguments) {
   const std::string line = GetCommandLineA();
   return line.substr(SplitCommandLine(line)[host_arguments].end);  // entry 0 is the program's name
+}
+
+// The system has made an ANSI line of it: one byte a character already.
+std::string TextOfLine(const std::string& line) { return line; }
+
+std::string PartOfLine(const std::string& line, std::size_t first, std::size_t characters) {
+  return line.substr(std::min(first, line.size()), characters);
 }
 
 void IgnoreWriteSignals() {}

@@ -10,8 +10,6 @@ namespace {
 
 constexpr std::string_view kDevicePrefix = "\\\\.\\";
 constexpr std::string_view kDriveName = "PhysicalDrive";
-constexpr std::uint32_t kAccessRead = 0x80000000;
-constexpr std::uint32_t kAccessWrite = 0x40000000;
 
 // The letter of "X:" or "X:\"; 0 for any other text.
 char LetterOf(std::string_view name, std::string_view behind_letter) {
@@ -75,8 +73,9 @@ Handle SimulatedMachine::Open(const std::string& path, const OpenMode& mode) {
   if (!Outcome(FindItem(path, item) ? kErrorNone : kErrorFileNotFound)) {
     return kInvalidHandle;
   }
-  items_[next_handle_] = item;
-  return next_handle_++;
+  const Handle handle = NewHandle();
+  items_[handle] = item;
+  return handle;
 }
 
 SimulatedMachine::OpenItem* SimulatedMachine::ItemOf(Handle handle) {
@@ -85,12 +84,9 @@ SimulatedMachine::OpenItem* SimulatedMachine::ItemOf(Handle handle) {
 }
 
 bool SimulatedMachine::Close(Handle handle) {
-  if (handle == kStandardOutput) {
-    return CloseStandardOutput();
-  }
   const OpenItem* item = ItemOf(handle);
   if (item == nullptr) {
-    return false;
+    return HostMachine::Close(handle);
   }
   const ErrorCode code = item->wrote ? item->drive->Flush() : kErrorNone;
   items_.erase(handle);
@@ -100,7 +96,7 @@ bool SimulatedMachine::Close(Handle handle) {
 bool SimulatedMachine::Seek(Handle handle, std::int64_t position) {
   OpenItem* item = ItemOf(handle);
   if (item == nullptr) {
-    return false;
+    return HostMachine::Seek(handle, position);
   }
   if (position < 0) {
     return Outcome(kErrorNegativeSeek);
@@ -124,7 +120,7 @@ bool SimulatedMachine::Read(Handle handle, ByteSpan buffer, std::uint32_t& moved
   moved = 0;
   OpenItem* item = ItemOf(handle);
   if (item == nullptr) {
-    return false;
+    return HostMachine::Read(handle, buffer, moved);
   }
   ErrorCode code = CheckTransfer(*item, kAccessRead, buffer.size());
   if (code == kErrorNone) {
@@ -141,7 +137,7 @@ bool SimulatedMachine::Write(Handle handle, ConstByteSpan buffer, std::uint32_t&
   moved = 0;
   OpenItem* item = ItemOf(handle);
   if (item == nullptr) {
-    return false;
+    return HostMachine::Write(handle, buffer, moved);
   }
   ErrorCode code = CheckTransfer(*item, kAccessWrite, buffer.size());
   if (code == kErrorNone) {
@@ -155,7 +151,7 @@ bool SimulatedMachine::Write(Handle handle, ConstByteSpan buffer, std::uint32_t&
   return Outcome(code);
 }
 
-bool SimulatedMachine::Flush(Handle handle) { return ItemOf(handle) != nullptr; }
+bool SimulatedMachine::Flush(Handle handle) { return ItemOf(handle) != nullptr || HostMachine::Flush(handle); }
 
 bool SimulatedMachine::LockRange(Handle handle, std::uint64_t /*position*/, std::uint64_t /*bytes*/) {
   return ItemOf(handle) != nullptr;
@@ -220,8 +216,9 @@ Handle SimulatedMachine::FirstVolume(std::string& name) {
   }
   name = names.back();
   names.pop_back();
-  searches_[next_handle_] = std::move(names);
-  return next_handle_++;
+  const Handle search = NewHandle();
+  searches_[search] = std::move(names);
+  return search;
 }
 
 bool SimulatedMachine::NextVolume(Handle search, std::string& name) {

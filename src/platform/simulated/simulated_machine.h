@@ -20,7 +20,7 @@ class SimulatedMachine : public HostMachine {
   [[noreturn]] void Exit(std::int32_t level) override;
 
   Handle Open(const std::string& path, const OpenMode& mode) override;
-  // Also of standard output. The first close of a handle that was written through flushes its drive.
+  // What is no drive or volume goes to the host. A close flushes a drive that was written through the handle.
   bool Close(Handle handle) override;
   bool Seek(Handle handle, std::int64_t position) override;
   bool Read(Handle handle, ByteSpan buffer, std::uint32_t& moved) override;
@@ -57,7 +57,7 @@ class SimulatedMachine : public HostMachine {
     std::uint64_t position = 0;  // of the next transfer, from `start`
     bool wrote = false;
   };
-  // Null, with the last error set, when the handle is not open.
+  // Null, with the last error set, when the handle is not that of an open drive or volume.
   OpenItem* ItemOf(Handle handle);
 
  private:
@@ -67,7 +67,6 @@ class SimulatedMachine : public HostMachine {
 
   std::map<int, std::unique_ptr<SimulatedDrive>> drives_;
   SimulatedVolumes volumes_;
-  Handle next_handle_ = kStandardOutput + 1;
   std::map<Handle, OpenItem> items_;
   std::map<Handle, std::vector<std::string>> searches_;  // names still to come, the next one last
 };

@@ -16,6 +16,6 @@ struct VolumeExtent {
 // the logical ones and those of a GPT. Where sector 0 is no table but a boot record, the whole drive is the volume.
 std::vector<VolumeExtent> ReadVolumeExtents(SimulatedDrive& drive);
 
-// The size in bytes of the file system whose boot record lies at byte `position` of the drive: its clusters, of NTFS its
-// sectors. Nothing where there is no file system.
+// The size in bytes of the file system whose boot record lies at byte `position` of the drive: its clusters, of NTFS
+// its sectors. Nothing where there is no file system.
 std::optional<std::uint64_t> FileSystemBytes(SimulatedDrive& drive, std::uint64_t position);

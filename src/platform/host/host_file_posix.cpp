@@ -1,0 +1,162 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include "platform/host/code_page.h"
+#include "platform/host/host_file.h"
+
+namespace {
+
+int Descriptor(std::intptr_t native) { return static_cast<int>(native); }
+
+ErrorCode CodeOf(int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case ENAMETOOLONG:
+    case ELOOP:
+      return kErrorFileNotFound;
+    case EACCES:
+    case EPERM:
+    case EISDIR:
+    case EBADF:  // it was not opened for that
+      return kErrorAccessDenied;
+    case EROFS:
+      return kErrorWriteProtected;
+    case EWOULDBLOCK:
+    case ETXTBSY:
+      return kErrorSharingViolation;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return kErrorDiskFull;
+    case EINVAL:
+      return kErrorInvalidParameter;
+    default:
+      return kErrorIoDevice;
+  }
+}
+
+// The path of the only entry beside `path` that differs from it in case alone; else `path` itself, also where it exists
+// as it is.
+std::string ExistingSpelling(const std::string& path) {
+  struct stat status {};
+  const std::filesystem::path typed(path);
+  if (lstat(path.c_str(), &status) == 0 || !typed.has_filename()) {
+    return path;
+  }
+  const std::filesystem::path folder = typed.has_parent_path() ? typed.parent_path() : ".";
+  const std::string wanted = UpperUtf8(typed.filename().native());
+  std::string found = path;
+  std::error_code error;
+  std::filesystem::directory_iterator entry(folder, error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    if (UpperUtf8(entry->path().filename().native()) == wanted) {
+      if (found != path) {
+        return path;
+      }
+      found = entry->path().native();
+    }
+  }
+  return error ? path : found;
+}
+
+// Opens above the three standard descriptors: where one of those is closed, the file would take its place and get the
+// program's texts. Never waits for the other end of a pipe.
+int OpenDescriptor(const std::string& path, int flags) {
+  const int opened = open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (opened < 0 || opened > STDERR_FILENO) {
+    return opened;
+  }
+  const int moved = fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
+  close(opened);
+  errno = error;
+  return moved;
+}
+
+// 0, or errno.
+int CheckRegular(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    return errno;
+  }
+  return S_ISREG(status.st_mode) ? 0 : EACCES;
+}
+
+// The image of a drive is locked for as long as the drive is attached, here or by another run. The lock that is taken
+// keeps the file from becoming one while it is read. File systems without locks have no such images: 0, or errno.
+int Share(int descriptor) {
+  return flock(descriptor, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK ? EWOULDBLOCK : 0;
+}
+
+}  // namespace
+
+bool HostFile::Exists(const std::string& path) {
+  struct stat status {};
+  return stat(ExistingSpelling(path).c_str(), &status) == 0;
+}
+
+std::unique_ptr<HostFile> HostFile::Open(const std::string& path, const OpenMode& mode, ErrorCode& code) {
+  const bool reads = mode.access == kAccessRead;
+  if ((!reads && mode.access != kAccessReadAttributes) || mode.disposition != kOpenExisting) {
+    code = kErrorInvalidParameter;
+    return nullptr;
+  }
+  const std::string file = ExistingSpelling(path);
+  // Looked at first: opening some devices has effects of its own.
+  int error = CheckRegular(file);
+  // The attributes of a file can be had without the right to read it, and while others have it for their own.
+  const int descriptor = error == 0 ? OpenDescriptor(file, reads ? O_RDONLY : O_PATH) : -1;
+  if (descriptor < 0) {
+    code = CodeOf(error != 0 ? error : errno);
+    return nullptr;
+  }
+  std::unique_ptr<HostFile> opened(new HostFile(descriptor));
+  struct stat status {};
+  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+    error = EACCES;  // it has been exchanged in between
+  } else if (reads) {
+    error = Share(descriptor);
+  }
+  code = error == 0 ? kErrorNone : CodeOf(error);
+  return error == 0 ? std::move(opened) : nullptr;
+}
+
+HostFile::~HostFile() { close(Descriptor(native_)); }
+
+ErrorCode HostFile::Seek(std::int64_t position) {
+  return lseek(Descriptor(native_), position, SEEK_SET) >= 0 ? kErrorNone : CodeOf(errno);
+}
+
+ErrorCode HostFile::Read(ByteSpan buffer, std::uint32_t& moved) {
+  moved = 0;
+  while (!buffer.empty()) {
+    const ssize_t got = read(Descriptor(native_), buffer.data(), buffer.size());
+    if (got == 0) {
+      break;
+    }
+    if (got < 0 && errno != EINTR) {
+      return CodeOf(errno);
+    }
+    const auto bytes = static_cast<std::size_t>(std::max<ssize_t>(got, 0));
+    buffer = buffer.subspan(bytes);
+    moved += static_cast<std::uint32_t>(bytes);
+  }
+  return kErrorNone;
+}
+
+ErrorCode HostFile::QuerySize(std::uint64_t& bytes) {
+  struct stat status {};
+  if (fstat(Descriptor(native_), &status) != 0) {
+    return CodeOf(errno);
+  }
+  bytes = static_cast<std::uint64_t>(status.st_size);
+  return kErrorNone;
+}
