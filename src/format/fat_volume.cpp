@@ -31,10 +31,14 @@ static_assert(sizeof(DirectoryEntry) == 32 && offsetof(DirectoryEntry, date) == 
 constexpr std::array kBootImages{
     FatBootImages{"FAT16BOOTMGR", Fat16Bootmgr_Code, nullptr, 0},
     FatBootImages{"FAT16FREEDOS", Fat16FreeDos_Code, nullptr, 0},
+    FatBootImages{"FAT16MSDOS", Fat16MsDos_Code, nullptr, 0},
     FatBootImages{"FAT16NTLDR", Fat16Ntldr_Code, nullptr, 0},
-    FatBootImages{"FAT32FREEDOS", Fat32FreeDos_Code, nullptr, 0},
-    FatBootImages{"FAT32NTLDR", Fat32Ntldr_Code, Fat32NtldrExt_Code, 12},
+    FatBootImages{"FAT16ZIP", Fat16Zip_Code, nullptr, 0},
     FatBootImages{"FAT32BOOTMGR", Fat32Bootmgr_Code, Fat32BootmgrExt_Code, 12},
+    FatBootImages{"FAT32FREEDOS", Fat32FreeDos_Code, nullptr, 0},
+    FatBootImages{"FAT32MSDOS", Fat32MsDos_Code, Fat32MsDosExt_Code, 2},
+    FatBootImages{"FAT32NTLDR", Fat32Ntldr_Code, Fat32NtldrExt_Code, 12},
+    FatBootImages{"FAT32ZIP", Fat32MsDos_Code, Fat32MsDosExt_Code, 2},
 };
 
 }  // namespace

@@ -41,6 +41,18 @@ constexpr std::string_view kFat16FreeDos =
 constexpr std::string_view kFat32FreeDos =
 #include "Fat32FreeDos_Code.inc"
     ;
+constexpr std::string_view kFat16MsDos =
+#include "Fat16MsDos_Code.inc"
+    ;
+constexpr std::string_view kFat16Zip =
+#include "Fat16Zip_Code.inc"
+    ;
+constexpr std::string_view kFat32MsDos =
+#include "Fat32MsDos_Code.inc"
+    ;
+constexpr std::string_view kFat32MsDosExt =
+#include "Fat32MsDosExt_Code.inc"
+    ;
 
 std::optional<std::uint8_t> HexPair(std::string_view pair) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
@@ -94,3 +106,7 @@ void Fat16Ntldr_Code() { ParseDump(kFat16Ntldr, BinArray); }
 void Fat12Bootmgr_Code() { ParseDump(kFat12Bootmgr, BinArray); }
 void Fat16FreeDos_Code() { ParseDump(kFat16FreeDos, BinArray); }
 void Fat32FreeDos_Code() { ParseDump(kFat32FreeDos, BinArray); }
+void Fat16MsDos_Code() { ParseDump(kFat16MsDos, BinArray); }
+void Fat16Zip_Code() { ParseDump(kFat16Zip, BinArray); }
+void Fat32MsDos_Code() { ParseDump(kFat32MsDos, BinArray); }
+void Fat32MsDosExt_Code() { ParseDump(kFat32MsDosExt, SectorBuffer); }

@@ -24,6 +24,7 @@ bool ParseDump(std::string_view text, ByteSpan target);
 void Mbr_Code();
 void Fat32BootmgrExt_Code();
 void Fat32NtldrExt_Code();
+void Fat32MsDosExt_Code();
 // ... or into BinArray.
 void Fat32Bootmgr_Code();
 void Fat32Ntldr_Code();
@@ -32,3 +33,6 @@ void Fat16Ntldr_Code();
 void Fat12Bootmgr_Code();
 void Fat16FreeDos_Code();
 void Fat32FreeDos_Code();
+void Fat16MsDos_Code();
+void Fat16Zip_Code();
+void Fat32MsDos_Code();
