@@ -8,7 +8,8 @@ demo_packages=(qemu-system-x86 mtools)
 bench_packages=(python3 dosfstools time)
 fuzz_packages=(libgtest-dev clang-14 libclang-rt-14-dev)
 test_packages=(
-  libgtest-dev dosfstools mtools fdisk gdisk qemu-system-x86 g++-mingw-w64-x86-64-posix wine64 clang-format clang-tidy
+  libgtest-dev dosfstools mtools fdisk gdisk exfatprogs ntfs-3g qemu-system-x86 g++-mingw-w64-x86-64-posix wine64
+  clang-format clang-tidy
 )
 
 # install_missing PACKAGE...: installs those packages that the system lacks, as root or through sudo.
