@@ -168,7 +168,7 @@ std::uint8_t Fat16ClusterSectors(std::int64_t sectors) {
   constexpr int kLargest = 128;
   // FATs and root directory are added here, not subtracted: the step comes a little early, and stays where it is, since
   // volumes made before must keep their size.
-  const std::int64_t counted = sectors - kReserved + kFatCopies * kFatSectors + kRootSectors;
+  const std::int64_t counted = sectors - kReserved + std::int64_t{kFatCopies} * kFatSectors + kRootSectors;
   int cluster = 2;
   while (cluster < kLargest && counted >= kMostClusters * cluster) {
     cluster *= 2;

@@ -161,7 +161,7 @@ std::string Fat16Text() {
   const FatPositions positions = PositionsWith(WordValue(22));
   const std::uint32_t sector_bytes = WordValue(11);
   const double root = sector_bytes == 0 ? 0 : static_cast<double>(WordValue(17)) * 32 / sector_bytes;
-  const std::int64_t data = positions.behind_fats + static_cast<std::int64_t>(root + 0.5);
+  const std::int64_t data = positions.behind_fats + std::llround(root);
   return "BPB TYPE=FAT16" + Lines(kCommonFields) + Lines(kFat16Fields) + FatLines(positions) +
          Line("Cluster 0 begins at LBA ", data - 2 * std::int64_t{ByteValue(13)}) +
          Line("First file data (cluster #2) begins at LBA ", data);

@@ -166,7 +166,7 @@ double DriveLengthByName(const std::string& text, double start) {
     }
   }
   if (Contains(text, "DALL")) {
-    return std::floor(static_cast<double>(DriveReportedBytes / kSectorBytes)) - start;
+    return std::floor(static_cast<double>(DriveReportedBytes) / kSector) - start;
   }
   return Contains(text, "MBR+") ? DriveMbrPlus(extents) : 0;
 }

@@ -19,6 +19,8 @@ std::string Dos7Head() {
 }
 
 const std::string kRestart = "\r\nPress any key to restart\r\n<key><int19>";
+const std::string kError = "\r\nError!<key><int19>";
+const std::string kReplace = "\r\nReplace the disk, and then press any key\r\n<key><int19>";
 const std::string kShortRestart = "\r\nPress any key to restart<key><int19>";
 
 }  // namespace
@@ -88,6 +90,52 @@ const std::vector<BootKind>& BootKinds() {
        .loader = "KERNEL  SYS",
        .missing = "\r\nError!<key><int19>",
        .unreadable = "\r\nError!<key><int19>"},
+      {.label = "Fat16MsDos6",
+       .keywords = {"MSDOS"},
+       .contract = Contract::kDos6,
+       .loader = "IO      SYS",
+       .missing = kError,
+       .unreadable = kError,
+       .lba_mark = 0x0E,
+       .chs_mark = 0x90,
+       .checks_drive = false},
+      {.label = "Fat16MsDos7",
+       .keywords = {"MSDOS"},
+       .contract = Contract::kDos7,
+       .loader = "IO      SYS",
+       .missing = kError,
+       .unreadable = kError,
+       .lba_mark = 0x0E,
+       .chs_mark = 0x90,
+       .checks_drive = false},
+      {.label = "Fat16Zip6",
+       .keywords = {"DOSZIP"},
+       .contract = Contract::kDos6,
+       .loader = "IO      SYS",
+       .missing = "\r\nInvalid system disk" + kReplace,
+       .unreadable = "\r\nDisk I/O error" + kReplace,
+       .lba_mark = 0x90,
+       .chs_mark = 0x90,
+       .asks_geometry = false,
+       .checks_drive = false},
+      {.label = "Fat16Zip7",
+       .keywords = {"DOSZIP"},
+       .contract = Contract::kDos7,
+       .loader = "IO      SYS",
+       .missing = "\r\nInvalid system disk" + kReplace,
+       .unreadable = "\r\nDisk I/O error" + kReplace,
+       .lba_mark = 0x90,
+       .chs_mark = 0x90,
+       .asks_geometry = false,
+       .checks_drive = false},
+      {.label = "Fat32MsDos",
+       .keywords = {"FAT32", "MSDOS"},
+       .contract = Contract::kDos7,
+       .loader = "IO      SYS",
+       .missing = "\r\nInvalid system disk" + kReplace,
+       .unreadable = "\r\nDisk I/O error" + kReplace,
+       .lba_mark = 0x0C,
+       .chs_mark = 0x90},
   };
   return kinds;
 }

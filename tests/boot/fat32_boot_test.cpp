@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr std::uint64_t kExtendedSector = 12;
-
 TEST(Fat32Boot, TakesClusterSizesOfOtherFormatters) {
   const BootKind& kind = KindOf("Fat32Bootmgr");
   for (const int cluster_sectors : {1, 2, 4, 128}) {
@@ -50,12 +48,13 @@ TEST(Fat32BootMessage, RefusesARootDirectoryThatRunsInACircle) {
 }
 
 TEST(Fat32BootMessage, KnowsItsExtendedSector) {
-  for (const char* label : {"Fat32Bootmgr", "Fat32Ntldr"}) {
+  const std::pair<const char*, std::uint64_t> cases[] = {{"Fat32Bootmgr", 12}, {"Fat32Ntldr", 12}, {"Fat32MsDos", 2}};
+  for (const auto& [label, sector] : cases) {
     SCOPED_TRACE(label);
     const BootKind& kind = KindOf(label);
     PreparedDrive drive(kind);
     PutLoader(drive, LoaderFor(kind));
-    const std::uint64_t lba = drive.volume.first_lba + kExtendedSector;
+    const std::uint64_t lba = drive.volume.first_lba + sector;
     EXPECT_EQ(BootUnder({.faults = kAlways, .fault_lba = lba}, drive.image).text, kind.unreadable);
     ExpectBoots(drive, {.faults = 1, .fault_lba = lba});
     WriteBytes(drive.image, lba * kSectorBytes, std::string(kSectorBytes, '\0'));

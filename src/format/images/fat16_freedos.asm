@@ -8,7 +8,7 @@
 ; Hand-over   CS:IP 0060:0000; BL = DL = drive; SS:BP = the boot sector, with the drive in byte 24h; the word at BP-14h
 ;             is not "CL", which would announce a command line; interrupts on, direction flag clear; DS = ES = SS.
 ; Memory      stack below 279A0h, boot sector at 27A00h, FAT sector at 27E00h, root directory at 2BE00h to 2FDFFh.
-; Fields read sectors per cluster, reserved sectors, FATs, total, FAT sectors, geometry, hidden sectors, drive (only where
+; Fields read sectors per cluster, reserved sectors, total, FAT sectors, geometry, hidden sectors, drive (only where
 ;             DL makes no sense). There are two FATs and 512 root entries. Bytes 0Bh to 3Dh are the formatter's.
 ; Limits      386; sectors of 512 bytes; first FAT only, with 16-bit entries whatever the number of clusters; the file
 ;             has at most 153 KiB; the volume starts below sector 2^32; with CHS calls it ends where 1024 cylinders end.

@@ -4,8 +4,8 @@
 ; for WINBOOT.SYS if there is none; the other one does it the other way round.
 ;
 ; Loaded by   an MBR, or the BIOS where the volume has no partition table, to 0:7C00; DL = drive.
-; Loads       the first four sectors of that file to 0070:0000; they lie one behind the other, as the loader in them takes
-;             for granted. What they contain tells which kind of loader it is.
+; Loads       the first four sectors of that file to 0070:0000; they lie one behind the other, as the loader in them
+;             takes for granted. What they contain tells which kind of loader it is.
 ; Hand-over   to MS-DOS 7 and up ("BJ" at 0070:0200): CS:IP 0070:0200; DI = first cluster; DS = ES = 0.
 ;             to MS-DOS 4 to 6: CS:IP 0070:0000; CH = media byte; AX:BX = LBA of cluster 2; DS:SI = INT 1Eh vector; the
 ;             directory entries of the file at 0:0500 and of MSDOS.SYS, without which it is no system disk, at 0:0520.
@@ -15,11 +15,12 @@
 ; Memory      stack below 7C00h, 0500h to 053Fh, root directory at C000h to FFFFh.
 ; Fields read sectors per cluster, reserved sectors, total, FAT sectors, media, geometry, hidden sectors. There are two
 ;             FATs and 512 root entries. Bytes 0Bh to 3Dh are the formatter's.
+; Runs at     0:7C00 or 07C0:0000, as the BIOS likes: all jumps are relative.
 ; Limits      386; sectors of 512 bytes; the volume ends below sector 2^32, with CHS calls where 1024 cylinders end.
 ; Left out    for want of room: doubts about DL; of ZIP also byte 2, the BIOS's own geometry, and the question for LBA
 ;             calls, which are tried for each sector instead.
-; Failure     "Disk I/O error" for what can't be read or makes no sense, "Invalid system disk" for what is missing (but for
-;             ZIP "Error!" for both), then a key and INT 19h.
+; Failure     "Disk I/O error" for what can't be read or makes no sense, "Invalid system disk" for what is missing;
+;             without ZIP "Error!" for both; then a key and INT 19h.
 
 %include "boot.inc"
 %include "fat16.inc"

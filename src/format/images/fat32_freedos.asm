@@ -11,8 +11,8 @@
 ;             lies behind it, up to 33800h.
 ; Fields read sectors per cluster, reserved sectors, total, geometry, hidden sectors, FAT sectors, root cluster. There
 ;             are two FATs. Bytes 3 to 59h are the formatter's.
-; Limits      386; sectors of 512 bytes; first FAT only; the file has at most 142 KiB; the volume ends below sector 2^32,
-;             with CHS calls where 1024 cylinders of the volume's geometry end.
+; Limits      386; sectors of 512 bytes; first FAT only; the file has at most 142 KiB; the volume starts below sector
+;             2^32; with CHS calls it ends where 1024 cylinders of the volume's geometry end.
 ; Left out    for want of room: the BIOS's own geometry, the question for LBA calls, which are tried instead, and where
 ;             they fail given up.
 ; Failure     "No KERNEL  SYS" for whatever is missing, can't be read, doesn't fit or makes no sense; a key and INT 19h.

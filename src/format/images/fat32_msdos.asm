@@ -6,12 +6,12 @@
 ; Loaded by   an MBR, or the BIOS where the volume has no partition table: first sector to 0:7C00, DL = drive.
 ; Loads       relative sector 2 of the volume (the extended sector, known by its mark) to 0:7E00, then the first four
 ;             sectors of IO.SYS, MSDOS.SYS or WINBOOT.SYS to 0070:0000; they lie one behind the other, as the loader in
-;             them takes for granted. The first of these files, in this order, that is such a loader is started: on most
-;             drives MSDOS.SYS is a text, and older systems can't read FAT32.
-; Hand-over   CS:IP 0070:0200; DL = drive; SI:DI = first cluster; SS:BP = 0:7C00; DS = ES = 0; on the stack 0000:0078 and
-;             the INT 1Eh vector, then the LBA of cluster 2, which so lies at BP-4; interrupts on, direction flag clear;
-;             this boot sector at 0:7C00 with the drive in byte 40h, and in byte 2 0Ch where LBA calls work; word 1EEh =
-;             address of the table of messages.
+;             them takes for granted. The first of these files, in this order, that is such a loader is started: on
+;             most drives MSDOS.SYS is a text, and older systems can't read FAT32.
+; Hand-over   CS:IP 0070:0200; DL = drive; SI:DI = first cluster; SS:BP = 0:7C00; DS = ES = 0; on the stack 0000:0078
+;             and the INT 1Eh vector, then the LBA of cluster 2, which so lies at BP-4; interrupts on, direction flag
+;             clear; this boot sector at 0:7C00 with the drive in byte 40h, and in byte 2 0Ch where LBA calls work; word
+;             1EEh = address of the table of messages.
 ; Memory      stack below 7C00h, directory entries at 0500h to 055Fh, FAT sector at 8000h, directory sector at 8200h.
 ; Fields read sectors per cluster, reserved sectors, FATs, geometry, hidden sectors, total, FAT sectors, root cluster,
 ;             drive (only where DL makes no sense). Bytes 3 to 59h are the formatter's.
@@ -116,8 +116,8 @@ fail:
 
 %include "read_sectors.inc"
 
-; The messages, as the loader uses them too: for "no system", "can't be read", "no system" once more and the closing text
-; the distance from behind that byte; a text ends in FFh, the closing text in 0.
+; The messages, as the loader uses them too: for "no system", "can't be read", "no system" once more and the closing
+; text the distance from behind that byte; a text ends in FFh, the closing text in 0.
 messages:
         db      text_missing - $ - 1
         db      text_disk - $ - 1

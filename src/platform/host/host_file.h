@@ -17,9 +17,9 @@ class HostFile {
   ~HostFile();
 
   // `position` is not negative.
-  ErrorCode Seek(std::int64_t position);
-  ErrorCode Read(ByteSpan buffer, std::uint32_t& moved);
-  ErrorCode QuerySize(std::uint64_t& bytes);
+  ErrorCode Seek(std::int64_t position) const;
+  ErrorCode Read(ByteSpan buffer, std::uint32_t& moved) const;
+  ErrorCode QuerySize(std::uint64_t& bytes) const;
 
  private:
   explicit HostFile(std::intptr_t native) : native_(native) {}

@@ -131,11 +131,11 @@ std::unique_ptr<HostFile> HostFile::Open(const std::string& path, const OpenMode
 
 HostFile::~HostFile() { close(Descriptor(native_)); }
 
-ErrorCode HostFile::Seek(std::int64_t position) {
+ErrorCode HostFile::Seek(std::int64_t position) const {
   return lseek(Descriptor(native_), position, SEEK_SET) >= 0 ? kErrorNone : CodeOf(errno);
 }
 
-ErrorCode HostFile::Read(ByteSpan buffer, std::uint32_t& moved) {
+ErrorCode HostFile::Read(ByteSpan buffer, std::uint32_t& moved) const {
   moved = 0;
   while (!buffer.empty()) {
     const ssize_t got = read(Descriptor(native_), buffer.data(), buffer.size());
@@ -152,7 +152,7 @@ ErrorCode HostFile::Read(ByteSpan buffer, std::uint32_t& moved) {
   return kErrorNone;
 }
 
-ErrorCode HostFile::QuerySize(std::uint64_t& bytes) {
+ErrorCode HostFile::QuerySize(std::uint64_t& bytes) const {
   struct stat status {};
   if (fstat(Descriptor(native_), &status) != 0) {
     return CodeOf(errno);

@@ -42,13 +42,13 @@ std::unique_ptr<HostFile> HostFile::Open(const std::string& path, const OpenMode
 
 HostFile::~HostFile() { CloseHandle(SystemHandle(native_)); }
 
-ErrorCode HostFile::Seek(std::int64_t position) {
+ErrorCode HostFile::Seek(std::int64_t position) const {
   LARGE_INTEGER distance{};
   distance.QuadPart = position;
   return SetFilePointerEx(SystemHandle(native_), distance, nullptr, FILE_BEGIN) != 0 ? kErrorNone : LastCode();
 }
 
-ErrorCode HostFile::Read(ByteSpan buffer, std::uint32_t& moved) {
+ErrorCode HostFile::Read(ByteSpan buffer, std::uint32_t& moved) const {
   DWORD bytes = 0;
   const BOOL done =
       ReadFile(SystemHandle(native_), buffer.data(), static_cast<DWORD>(buffer.size()), &bytes, /*overlapped*/ nullptr);
@@ -56,7 +56,7 @@ ErrorCode HostFile::Read(ByteSpan buffer, std::uint32_t& moved) {
   return done != 0 ? kErrorNone : LastCode();
 }
 
-ErrorCode HostFile::QuerySize(std::uint64_t& bytes) {
+ErrorCode HostFile::QuerySize(std::uint64_t& bytes) const {
   DWORD high = 0;
   SetLastError(ERROR_SUCCESS);
   const DWORD low = GetFileSize(SystemHandle(native_), &high);
