@@ -144,9 +144,8 @@ void FileInfo(const std::string& file_start, const std::string& copy_length) {
   ReadFileStretch(start, bytes);
   LastSectorLba = static_cast<std::uint64_t>(WholePart(start) / kSectorBytes);
   DumpText.clear();
-  if (bytes > 0) {
-    DumpSector(SectorBuffer, static_cast<std::size_t>(bytes));
-  }
+  const auto shown = static_cast<std::size_t>(bytes);
+  DumpSector(ConstByteSpan(SectorBuffer).first(shown), shown);
   const std::string report = FileReport(start, bytes);
   const std::string start_line = "\r\nFile Start Byte " + PlainNumber(start) + " (Sector " +
                                  NumberText(start / kSectorBytes, "#############0.0##") + ")";

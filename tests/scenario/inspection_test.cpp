@@ -102,6 +102,19 @@ TEST(Inspection, ShowsTwelveGptEntries) {
   EXPECT_EQ(ExtentRows(FileInfo(image).out), rows + ExtentRow("PALL", 2048, 9 * 2048 - 1, 8 * 2048));
 }
 
+TEST(Inspection, ReadsAGptFromASecondSlot) {
+  const ScratchFolder folder;
+  const std::string image = folder.File("table.img");
+  SetFileSize(image, 64 << 20);
+  ASSERT_EQ(RunCommand({"sgdisk", "-o", "-n", "1:4096:8191", "-n", "2:8192:+1M", image}).exit_code, 0);
+  const std::string protective = ReadBytes(image, 0x1BE, 16);
+  const std::string real("\0\0\0\0\x0C\0\0\0\0\x08\0\0\0\x04\0\0", 16);  // 1024 sectors from 2048 on
+  WriteBytes(image, 0x1BE, real + protective);
+  EXPECT_EQ(ExtentRows(FileInfo(image).out), ExtentRow("P1", 2048, 3071, 1024) + ExtentRow("P2", 4096, 8191, 4096) +
+                                                 ExtentRow("P3", 8192, 10'239, 2048) +
+                                                 ExtentRow("PALL", 2048, 10'239, 8192));
+}
+
 TEST(Inspection, ShowsTheTable) {
   const ScratchFolder folder;
   const std::string image = folder.File("table.img");
@@ -241,6 +254,9 @@ TEST(Inspection, TakesFilesOfEveryKind) {
     int level;
     std::string printed;
   } cases[] = {
+      {make("empty", 0), "", 0,
+       "\r\n\r\n============= SECTOR DATA ================\r\n\r\n\r\n========= END OF SECTOR DATA "
+       "================\r\n"},
       {make("with blanks.bin", 100), "", 0, " is 100 bytes long (100 Bytes).\r\n"},
       {make("\xC3\xA9\xE2\x82\xAC.bin", 3071), "", 0, "\xC3\x89\xE2\x82\xAC.BIN is 3,071 bytes long (2.999 KiB)."},
       {make("b3072", 3072), "LENGTH=5000", 0, " is 3,072 bytes long (3 KiB)."},

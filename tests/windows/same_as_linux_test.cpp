@@ -16,7 +16,10 @@ struct Case {
 const Case kCases[] = {
     {"size=8G", "DRIVE=1 SURE FAT32 WINPE VOLUME=My Stick"},
     {"size=1G,fixed,vendor=ACME", "DRIVE=1 SURE FAT32 BOOTMGR ZIP 2MBR"},
-    {"size=2G", "DRIVE=1 SURE 2PTN SIZE=900"},
+    {"size=2G", "DRIVE=1 SURE MSDOS 2PTN SIZE=900"},
+    {"size=1G,serial=42", "LIST"},
+    {"size=1G,badread=5000", "USBINFO DRIVE=1 SURE LENGTH=1KB"},
+    {"size=1G", ""},
     {"size=1G,badwrite=0", "DRIVE=1 SURE"},
     {"size=1G,readonly", "DRIVE=1 SURE WRITEMBRONLY"},
     {"size=8G", "DRIVE=1 SURE"},
