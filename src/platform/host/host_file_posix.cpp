@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "platform/host/code_page.h"
+#include "platform/host/descriptor.h"
 #include "platform/host/host_file.h"
 
 namespace {
@@ -65,20 +66,6 @@ std::string ExistingSpelling(const std::string& path) {
     }
   }
   return error ? path : found;
-}
-
-// Opens above the three standard descriptors: where one of those is closed, the file would take its place and get the
-// program's texts. Never waits for the other end of a pipe.
-int OpenDescriptor(const std::string& path, int flags) {
-  const int opened = open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (opened < 0 || opened > STDERR_FILENO) {
-    return opened;
-  }
-  const int moved = fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  const int error = errno;
-  close(opened);
-  errno = error;
-  return moved;
 }
 
 // 0, or errno.

@@ -8,29 +8,14 @@
 #include <cstring>
 #include <system_error>
 
+#include "platform/host/descriptor.h"
 #include "platform/simulated/image_file.h"
 
 namespace {
 
-constexpr mode_t kCreationMode = 0666;
-
 std::string SystemText(int error) { return std::system_category().message(error); }
 
 int Descriptor(std::intptr_t native) { return static_cast<int>(native); }
-
-// Opens above the three standard descriptors: where one of those is closed, the file would take its place and get the
-// program's texts.
-int OpenDescriptor(const std::string& file, int flags) {
-  const int opened = open(file.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, kCreationMode);
-  if (opened < 0 || opened > STDERR_FILENO) {
-    return opened;
-  }
-  const int moved = fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  const int error = errno;
-  close(opened);
-  errno = error;
-  return moved;
-}
 
 ErrorCode CodeOf(int error) {
   switch (error) {
