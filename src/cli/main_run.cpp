@@ -148,15 +148,14 @@ void OpenDrive() {
   if (Open_Physical_Disk_hDrive(DriveNumber)) {
     return;
   }
-  const std::uint32_t code = port->LastError();
   if (WindowsVersionIndex() >= kWindowsVista) {
     ReportBox("Error accessing device - Please right-click on .exe file and choose 'Run as Administrator'", kBoxStop,
               WindowsVersionText());
   } else {
     // Behind "Err=" stand a run-time error's description, this code and that error's number: there are no run-time
     // errors, so the first is empty and the last is 0.
-    ReportBox("\r\nFailed to open handle on disk " + std::to_string(DriveNumber) + " Err=" + std::to_string(code) +
-              "0");
+    ReportBox("\r\nFailed to open handle on disk " + std::to_string(DriveNumber) +
+              " Err=" + std::to_string(LastOpenError) + "0");
   }
   MyExitProcess(kLevelOperational);
 }

@@ -5,7 +5,6 @@
 #include "cli/option_model.h"
 #include "console/console.h"
 #include "format/fat_volume.h"
-#include "partition/mbr_builder.h"
 
 void EndUnavailable(std::string_view what) {
   ConsoleWrite("\r\n" + std::string(what) + " is not available in this version!");

@@ -7,5 +7,5 @@
 [[noreturn]] void EndUnavailable(std::string_view what);
 
 // Ends the run in that way where the preparation that the options ask for needs a formatter or boot code that this
-// version lacks. Needs the results of the MBR builder.
+// version lacks.
 void RefuseUnavailableFormat();

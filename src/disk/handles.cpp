@@ -12,6 +12,7 @@ bool Open_Physical_Disk_hDrive(std::int32_t drive) {
   }
   DiskHandle = port->Open(DevicePath(DriveName(drive)), {kAccessReadWrite, kShareReadWrite, kOpenExisting, 0});
   if (DiskHandle == kInvalidHandle) {
+    LastOpenError = port->LastError();
     DebugLog(" Open_Physical_Disk_hDrive - Handle for " + std::to_string(drive) + " not obtained!");
     return false;
   }

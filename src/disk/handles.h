@@ -6,6 +6,9 @@
 // The physical drive; written by Open_Physical_Disk_hDrive. 0 until first opened and after MyCloseHandle,
 // kInvalidHandle after an open that failed.
 inline Handle DiskHandle = 0;
+// The platform's error code behind the latest open that failed; written by Open_Physical_Disk_hDrive, since the debug
+// line that follows is a service of the platform too.
+inline std::uint32_t LastOpenError = 0;
 // Source or target file of a copy, 0 where there is none.
 inline Handle FileHandle = 0;
 

@@ -20,7 +20,6 @@ namespace {
 
 // The layout, in sectors from the volume's start; no part of it depends on the volume's size.
 constexpr std::uint32_t kReserved = 1;
-constexpr std::uint32_t kFatCopies = 2;
 constexpr std::uint32_t kFatSectors = 256;
 constexpr std::uint32_t kRootEntries = 512;
 constexpr std::uint32_t kRootSectors = 32;
@@ -30,35 +29,15 @@ constexpr std::uint32_t kRoot = kSecondFat + kFatSectors;
 
 constexpr std::size_t kBootCodeOffset = 0x3E;
 constexpr std::size_t kBootCodeBytes = kSignatureOffset - kBootCodeOffset;
-constexpr std::string_view kNoLabel = "NO NAME    ";
 constexpr std::string_view kFileSystem = "FAT16   ";
 
 struct BootSector {
-  std::uint8_t jump[3];                    // 0x000
-  std::uint8_t oem_name[8];                // 0x003
-  std::uint8_t sector_bytes[2];            // 0x00B
-  std::uint8_t cluster_sectors;            // 0x00D
-  std::uint8_t reserved_sectors[2];        // 0x00E
-  std::uint8_t fats;                       // 0x010
-  std::uint8_t root_entries[2];            // 0x011
-  std::uint8_t total_16[2];                // 0x013: 0, however small the volume
-  std::uint8_t media;                      // 0x015
-  std::uint8_t fat_sectors[2];             // 0x016
-  std::uint8_t track_sectors[2];           // 0x018
-  std::uint8_t heads[2];                   // 0x01A
-  std::uint8_t hidden_sectors[4];          // 0x01C
-  std::uint8_t total_sectors[4];           // 0x020
-  std::uint8_t drive_number;               // 0x024
-  std::uint8_t unused;                     // 0x025
-  std::uint8_t extended_signature;         // 0x026
-  std::uint8_t serial[4];                  // 0x027
-  std::uint8_t label[11];                  // 0x02B
-  std::uint8_t file_system[8];             // 0x036
+  FatParameterBlock parameters;            // 0x000
+  FatVolumeBlock volume;                   // 0x024
   std::uint8_t boot_code[kBootCodeBytes];  // 0x03E
   std::uint8_t signature[2];               // 0x1FE
 };
 static_assert(sizeof(BootSector) == kSectorBytes);
-static_assert(offsetof(BootSector, drive_number) == 0x24 && offsetof(BootSector, serial) == 0x27);
 static_assert(offsetof(BootSector, boot_code) == kBootCodeOffset);
 
 // Refuses a volume that can't be FAT16, and warns of one that DOS can't use.
@@ -74,25 +53,14 @@ void CheckSize() {
   }
 }
 
-BootSector MakeBootSector(std::uint64_t volume) {
+BootSector MakeBootSector() {
   BootSector boot{};
-  std::memcpy(&boot, BinArray.data(), offsetof(BootSector, sector_bytes));  // jump and OEM name
-  Store16(boot.sector_bytes, kSectorBytes);
-  boot.cluster_sectors = Fat16ClusterSectors(PartSectors);
-  Store16(boot.reserved_sectors, kReserved);
-  boot.fats = kFatCopies;
-  Store16(boot.root_entries, kRootEntries);
-  boot.media = MediaDescriptor();
-  Store16(boot.fat_sectors, kFatSectors);
-  Store16(boot.track_sectors, static_cast<std::uint16_t>(GeomSpt));
-  Store16(boot.heads, static_cast<std::uint16_t>(GeomHeads));
-  Store32(boot.hidden_sectors, static_cast<std::uint32_t>(volume));
-  Store32(boot.total_sectors, static_cast<std::uint32_t>(PartSectors));
-  boot.drive_number = BiosDriveNumber();
-  boot.extended_signature = 0x29;
-  DrawVolumeSerial(boot.serial);
-  std::copy(kNoLabel.begin(), kNoLabel.end(), boot.label);
-  std::copy(kFileSystem.begin(), kFileSystem.end(), boot.file_system);
+  FatParameterBlock& parameters = boot.parameters;
+  FillParameterBlock(parameters, Fat16ClusterSectors(PartSectors), kReserved);
+  std::memcpy(parameters.oem_name, &BinArray[offsetof(FatParameterBlock, oem_name)], sizeof parameters.oem_name);
+  Store16(parameters.root_entries, kRootEntries);
+  Store16(parameters.fat_16, kFatSectors);
+  FillVolumeBlock(boot.volume, kFileSystem);
   std::memcpy(boot.boot_code, &BinArray[kBootCodeOffset], sizeof boot.boot_code);
   Store16(boot.signature, 0xAA55);
   return boot;
@@ -120,7 +88,7 @@ void DescribeBootSector(std::uint64_t volume) {
 }
 
 void WriteBootSector(std::uint64_t volume) {
-  const BootSector boot = MakeBootSector(volume);
+  const BootSector boot = MakeBootSector();
   DescribeBootSector(volume);
   std::memcpy(SectorBuffer.data(), &boot, sizeof boot);
   if (OptDebug) {

@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr std::uint32_t kFatCopies = 2;
 constexpr std::uint32_t kEntriesPerSector = 128;
 constexpr std::uint32_t kAlignment = 2048;    // 1 MiB
 constexpr std::uint32_t kLeastReserved = 34;  // up to the copy of the extended boot code, and some room
@@ -29,42 +28,22 @@ constexpr std::uint32_t kRootCluster = 2;
 constexpr std::size_t kBootCodeOffset = 0x5A;
 constexpr std::size_t kBootCodeBytes = kSignatureOffset - kBootCodeOffset;
 constexpr std::string_view kOemName = "MSDOS5.1";
-constexpr std::string_view kNoLabel = "NO NAME    ";
 constexpr std::string_view kFileSystem = "FAT32   ";
 
 struct BootSector {
-  std::uint8_t jump[3];                    // 0x000
-  std::uint8_t oem_name[8];                // 0x003
-  std::uint8_t sector_bytes[2];            // 0x00B
-  std::uint8_t cluster_sectors;            // 0x00D
-  std::uint8_t reserved_sectors[2];        // 0x00E
-  std::uint8_t fats;                       // 0x010
-  std::uint8_t root_entries[2];            // 0x011: 0
-  std::uint8_t total_16[2];                // 0x013: 0
-  std::uint8_t media;                      // 0x015
-  std::uint8_t fat_16[2];                  // 0x016: 0
-  std::uint8_t track_sectors[2];           // 0x018
-  std::uint8_t heads[2];                   // 0x01A
-  std::uint8_t hidden_sectors[4];          // 0x01C
-  std::uint8_t total_sectors[4];           // 0x020
+  FatParameterBlock parameters;            // 0x000
   std::uint8_t fat_sectors[4];             // 0x024
   std::uint8_t flags_and_version[4];       // 0x028: 0
   std::uint8_t root_cluster[4];            // 0x02C
   std::uint8_t info_sector[2];             // 0x030
   std::uint8_t backup_sector[2];           // 0x032
   std::uint8_t unused[12];                 // 0x034
-  std::uint8_t drive_number;               // 0x040
-  std::uint8_t unused_too;                 // 0x041
-  std::uint8_t extended_signature;         // 0x042
-  std::uint8_t serial[4];                  // 0x043
-  std::uint8_t label[11];                  // 0x047
-  std::uint8_t file_system[8];             // 0x052
+  FatVolumeBlock volume;                   // 0x040
   std::uint8_t boot_code[kBootCodeBytes];  // 0x05A
   std::uint8_t signature[2];               // 0x1FE
 };
 static_assert(sizeof(BootSector) == kSectorBytes);
-static_assert(offsetof(BootSector, total_sectors) == 0x20 && offsetof(BootSector, drive_number) == 0x40);
-static_assert(offsetof(BootSector, serial) == 0x43 && offsetof(BootSector, boot_code) == kBootCodeOffset);
+static_assert(offsetof(BootSector, volume) == 0x40 && offsetof(BootSector, boot_code) == kBootCodeOffset);
 
 struct InfoSector {
   std::uint8_t lead[4];           // 0x000
@@ -100,34 +79,21 @@ struct Volume {
   std::uint64_t RootLba() const { return FatLba(kFatCopies); }
 };
 
-void FillBootSector(BootSector& boot, const Volume& volume) {
-  std::memcpy(boot.jump, BinArray.data(), sizeof boot.jump);
-  std::copy(kOemName.begin(), kOemName.end(), boot.oem_name);
-  Store16(boot.sector_bytes, kSectorBytes);
-  boot.cluster_sectors = volume.layout.cluster;
-  Store16(boot.reserved_sectors, volume.layout.reserved);
-  boot.fats = kFatCopies;
-  boot.media = MediaDescriptor();
-  Store16(boot.track_sectors, static_cast<std::uint16_t>(GeomSpt));
-  Store16(boot.heads, static_cast<std::uint16_t>(GeomHeads));
-  Store32(boot.hidden_sectors, static_cast<std::uint32_t>(volume.start));
-  Store32(boot.total_sectors, static_cast<std::uint32_t>(PartSectors));  // within the limit of the format
-  Store32(boot.fat_sectors, volume.layout.fat);
+void FillBootSector(BootSector& boot, const Fat32Layout& layout) {
+  FillParameterBlock(boot.parameters, layout.cluster, layout.reserved);
+  std::copy(kOemName.begin(), kOemName.end(), boot.parameters.oem_name);
+  Store32(boot.fat_sectors, layout.fat);
   Store32(boot.root_cluster, kRootCluster);
   Store16(boot.info_sector, 1);
   Store16(boot.backup_sector, kBackupDistance);
-  boot.drive_number = BiosDriveNumber();
-  boot.extended_signature = 0x29;
-  DrawVolumeSerial(boot.serial);
-  std::copy(kNoLabel.begin(), kNoLabel.end(), boot.label);
-  std::copy(kFileSystem.begin(), kFileSystem.end(), boot.file_system);
+  FillVolumeBlock(boot.volume, kFileSystem);
   std::memcpy(boot.boot_code, &BinArray[kBootCodeOffset], sizeof boot.boot_code);
   Store16(boot.signature, 0xAA55);
 }
 
 BootBlock MakeBootBlock(const Volume& volume) {
   BootBlock block{};
-  FillBootSector(block.boot, volume);
+  FillBootSector(block.boot, volume.layout);
   Store32(block.info.lead, 0x41615252);
   Store32(block.info.structure, 0x61417272);
   Store32(block.info.free_clusters, 0xFFFFFFFF);

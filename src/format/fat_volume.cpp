@@ -13,6 +13,7 @@
 #include "disk/sector_io.h"
 #include "format/images/boot_images.h"
 #include "partition/mbr_builder.h"
+#include "platform/byte_order.h"
 
 namespace {
 
@@ -85,6 +86,29 @@ void LoadBootImage() {
     ReportBox("\r\nCOMMAND LINE ERROR: No support for " + BootType + " bootcode");
     MyExitProcess(kLevelBadParameter);
   }
+}
+
+void FillParameterBlock(FatParameterBlock& block, std::uint8_t cluster_sectors, std::uint16_t reserved_sectors) {
+  std::memcpy(block.jump, BinArray.data(), sizeof block.jump);
+  Store16(block.sector_bytes, kSectorBytes);
+  block.cluster_sectors = cluster_sectors;
+  Store16(block.reserved_sectors, reserved_sectors);
+  block.fats = kFatCopies;
+  block.media = MediaDescriptor();
+  Store16(block.track_sectors, static_cast<std::uint16_t>(GeomSpt));
+  Store16(block.heads, static_cast<std::uint16_t>(GeomHeads));
+  Store32(block.hidden_sectors, static_cast<std::uint32_t>(VolumeStartLba()));
+  Store32(block.total_sectors, static_cast<std::uint32_t>(PartSectors));  // within the limit of the format
+}
+
+void FillVolumeBlock(FatVolumeBlock& block, std::string_view file_system) {
+  constexpr std::string_view kNoLabel = "NO NAME    ";
+  constexpr std::uint8_t kExtendedSignature = 0x29;
+  block.drive_number = BiosDriveNumber();
+  block.extended_signature = kExtendedSignature;
+  DrawVolumeSerial(block.serial);
+  std::copy(kNoLabel.begin(), kNoLabel.end(), block.label);
+  std::copy(file_system.begin(), file_system.end(), block.file_system);
 }
 
 void ClearSectors(std::uint64_t first, std::uint64_t last) {

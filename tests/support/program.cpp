@@ -35,6 +35,7 @@ void ResetOptions() {
 void ResetProgram(MachineDouble& machine) {
   port = &machine;
   ResetOptions();
+  LastOpenError = 0;
   StdOutHandle = DiskHandle = FileHandle = VolumeHandle = 0;
   LockedVolumeHandles.fill(0);
   SectorBuffer.clear();

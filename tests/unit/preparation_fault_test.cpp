@@ -149,7 +149,7 @@ TEST(PreparationFaults, TheDriveIsGivenASecondTry) {
   for (const auto& [failed_opens, level] : std::vector<std::pair<int, int>>{{1, kLevelOk}, {2, kLevelOperational}}) {
     std::vector<AttachedDrive> drives;
     drives.push_back(MemoryDrive(1, kDriveBytes));
-    MachineDouble machine(std::move(drives), "DRIVE=1 SURE");
+    MachineDouble machine(std::move(drives), "DRIVE=1 SURE DEBUG");
     machine.FailCall(CallKind::kOpen, 5, kErrorAccessDenied, failed_opens == 2);
     EXPECT_EQ(RunMain(machine), level);
     EXPECT_EQ(machine.console.find("\r\nFailed to open handle on disk 1 Err=50") != std::string::npos,
