@@ -11,9 +11,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // A handle as the platform gives it out: above 0 when open, 0 for none, kInvalidHandle from a failed open.
 using Handle = std::int32_t;
@@ -51,8 +53,10 @@ inline constexpr std::uint32_t kAccessRead = 0x80000000;
 inline constexpr std::uint32_t kAccessWrite = 0x40000000;
 inline constexpr std::uint32_t kAccessReadWrite = kAccessRead | kAccessWrite;
 inline constexpr std::uint32_t kShareRead = 1;
+inline constexpr std::uint32_t kShareWrite = 2;
 inline constexpr std::uint32_t kShareReadWrite = 3;
 inline constexpr std::uint32_t kOpenExisting = 3;
+inline constexpr std::uint32_t kOpenAlways = 4;
 inline constexpr std::uint32_t kFlagNormal = 0x80;
 inline constexpr std::uint32_t kFlagNoBuffering = 0x20000000;
 
@@ -90,6 +94,13 @@ inline constexpr int kAnswerOk = 1;
 inline constexpr int kAnswerCancel = 2;
 inline constexpr int kAnswerYes = 6;
 inline constexpr int kAnswerNo = 7;
+
+// The format service calls back with a status, what it is doing, and a detail of that. The answer is whether to go on.
+using FormatCallback =
+    std::function<std::uint32_t(std::uint32_t status, std::uint32_t sub_action, std::uint32_t action_info)>;
+// Media flags that the format service takes.
+inline constexpr std::uint32_t kMediaRemovable = 0x0B;
+inline constexpr std::uint32_t kMediaFixed = 0x0C;
 
 // What GetVersionEx says; platform 0 where the system is not Windows or the query failed.
 struct SystemVersion {
@@ -135,6 +146,10 @@ class Platform {
   // --- Time ------------------------------------------------------------------------------------------------------
 
   virtual void Wait(std::uint32_t milliseconds) = 0;
+  // Milliseconds since some moment, modulo 2^32.
+  virtual std::uint32_t TickCount() = 0;
+  // Whole seconds of the calendar since some moment.
+  virtual std::int64_t CalendarSeconds() = 0;
   // The present local date and time in the platform's general format (yyyy-mm-dd hh:mm:ss outside Windows).
   virtual std::string DateTimeText() = 0;
 
@@ -178,17 +193,24 @@ class Platform {
   //
   // A path is in the bytes of OriginalText. Where names differ by case, one that doesn't exist as given stands for the
   // only entry of its folder that differs from it in case alone (of letters of the code page, in the last part of the
-  // path), if there is exactly one. A file's handle serves Close, Seek and Read too; a read that reaches the end of the
-  // file succeeds and moves fewer bytes, and a seek may go behind the end.
+  // path), if there is exactly one. A file's handle serves Close, Seek, Read and Write too; a read that reaches the end
+  // of the file succeeds and moves fewer bytes, a seek may go behind the end, and a write that fails may have moved
+  // some of its bytes.
 
   // Whether a directory search for `path` yields anything, links followed.
   virtual bool FindFile(const std::string& path) = 0;
-  // Opens a file that exists for reading (kAccessRead) or for QueryFileSize alone (kAccessReadAttributes).
-  // kInvalidHandle on failure: kErrorAccessDenied for what is no regular file, such as a folder or a device, and
-  // kErrorSharingViolation for reading the image of an attached drive.
+  // Opens a file that exists (kOpenExisting) for reading (kAccessRead) or for QueryFileSize alone
+  // (kAccessReadAttributes), or one that is created where it is missing (kOpenAlways) for writing (kAccessWrite); what
+  // it holds is kept. kInvalidHandle on failure: kErrorAccessDenied for what is no regular file, such as a folder or a
+  // device, and kErrorSharingViolation for the image of an attached drive, unless only its size is asked for.
   virtual Handle OpenFile(const std::string& path, const OpenMode& mode) = 0;
   // The file's length in bytes.
   virtual bool QueryFileSize(Handle file, std::uint64_t& bytes) = 0;
+  // Deletes a file; never a folder.
+  virtual bool RemoveFile(const std::string& path) = 0;
+  // The path of a file that lies beside the program, and the program's folder as a text.
+  virtual std::string PathBesideProgram(const std::string& name) = 0;
+  virtual std::string ProgramFolder() = 0;
 
   // --- Volumes ---------------------------------------------------------------------------------------------------
 
@@ -203,7 +225,35 @@ class Platform {
   virtual std::uint32_t DriveType(const std::string& root) = 0;
   // The size of the file system on a volume, named by letter and colon. Fails where there is none.
   virtual bool QueryVolumeSize(const std::string& name, std::uint64_t& bytes) = 0;
+  // Has the system format the volume of the root ("E:") quickly, with its own choice of the cluster size. `media` is
+  // kMedia..., `file_system` "NTFS" or "EXFAT". Synchronous: every status comes inside the call, 0x0B last on success.
+  // Where the service can't be had there is no status at all.
+  virtual void FormatVolume(const std::string& root, std::uint32_t media, const std::string& file_system,
+                            const std::string& label, const FormatCallback& callback) = 0;
+
+  // --- Other programs and the machine ------------------------------------------------------------------------------
+
+  // Starts a command line with the console of this process; the handle is given back with Close. kInvalidHandle on
+  // failure.
+  virtual Handle StartProcess(const std::string& command) = 0;
+  // The exit code of a started process, kStillActive while it runs.
+  virtual bool QueryExitCode(Handle process, std::uint32_t& code) = 0;
+
+  // Connects to the management service that describes this machine; false where it can't be had.
+  virtual bool BindManagement() = 0;
+  // Runs a query ("Select * from Win32_..."). One row for each object that it finds, with the values of `properties` in
+  // their order, empty where an object has no such value. `forward_only` asks for the cheaper enumeration that can't be
+  // walked twice. No rows on failure.
+  virtual std::vector<std::vector<std::string>> QueryManagement(const std::string& query, bool forward_only,
+                                                                const std::vector<std::string>& properties) = 0;
+  // The value of the registry under its full path, numbers in decimal; false where there is none.
+  virtual bool ReadRegistry(const std::string& path, std::string& value) = 0;
+  // Whether the process is a 32-bit one on a 64-bit system.
+  virtual bool IsWow64() = 0;
+  // The decimal sign of the user's regional setting.
+  virtual char DecimalSign() = 0;
 };
+inline constexpr std::uint32_t kStillActive = 259;
 
 // The machine of this run; set once before Main.
 inline Platform* port = nullptr;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
@@ -68,11 +69,23 @@ std::string ExistingSpelling(const std::string& path) {
   return error ? path : found;
 }
 
-// 0, or errno.
-int CheckRegular(const std::string& path) {
+struct Purpose {
+  std::uint32_t access;
+  std::uint32_t disposition;
+  int flags;
+};
+constexpr std::array kPurposes = {
+    Purpose{kAccessRead, kOpenExisting, O_RDONLY},
+    // The attributes of a file can be had without the right to read it, and while others have it for their own.
+    Purpose{kAccessReadAttributes, kOpenExisting, O_PATH},
+    Purpose{kAccessWrite, kOpenAlways, O_WRONLY | O_CREAT},
+};
+
+// 0, or errno. What is missing is no fault where it is to be created.
+int CheckRegular(const std::string& path, bool creates) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {
-    return errno;
+    return creates && errno == ENOENT ? 0 : errno;
   }
   return S_ISREG(status.st_mode) ? 0 : EACCES;
 }
@@ -90,17 +103,22 @@ bool HostFile::Exists(const std::string& path) {
   return stat(ExistingSpelling(path).c_str(), &status) == 0;
 }
 
+ErrorCode HostFile::Remove(const std::string& path) {
+  return unlink(ExistingSpelling(path).c_str()) == 0 ? kErrorNone : CodeOf(errno);
+}
+
 std::unique_ptr<HostFile> HostFile::Open(const std::string& path, const OpenMode& mode, ErrorCode& code) {
-  const bool reads = mode.access == kAccessRead;
-  if ((!reads && mode.access != kAccessReadAttributes) || mode.disposition != kOpenExisting) {
+  const auto* const purpose = std::find_if(kPurposes.begin(), kPurposes.end(), [&](const Purpose& row) {
+    return row.access == mode.access && row.disposition == mode.disposition;
+  });
+  if (purpose == kPurposes.end()) {
     code = kErrorInvalidParameter;
     return nullptr;
   }
   const std::string file = ExistingSpelling(path);
   // Looked at first: opening some devices has effects of its own.
-  int error = CheckRegular(file);
-  // The attributes of a file can be had without the right to read it, and while others have it for their own.
-  const int descriptor = error == 0 ? OpenDescriptor(file, reads ? O_RDONLY : O_PATH) : -1;
+  int error = CheckRegular(file, (purpose->flags & O_CREAT) != 0);
+  const int descriptor = error == 0 ? OpenDescriptor(file, purpose->flags) : -1;
   if (descriptor < 0) {
     code = CodeOf(error != 0 ? error : errno);
     return nullptr;
@@ -109,7 +127,7 @@ std::unique_ptr<HostFile> HostFile::Open(const std::string& path, const OpenMode
   struct stat status {};
   if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
     error = EACCES;  // it has been exchanged in between
-  } else if (reads) {
+  } else if (purpose->flags != O_PATH) {
     error = Share(descriptor);
   }
   code = error == 0 ? kErrorNone : CodeOf(error);
@@ -133,6 +151,20 @@ ErrorCode HostFile::Read(ByteSpan buffer, std::uint32_t& moved) const {
       return CodeOf(errno);
     }
     const auto bytes = static_cast<std::size_t>(std::max<ssize_t>(got, 0));
+    buffer = buffer.subspan(bytes);
+    moved += static_cast<std::uint32_t>(bytes);
+  }
+  return kErrorNone;
+}
+
+ErrorCode HostFile::Write(ConstByteSpan buffer, std::uint32_t& moved) const {
+  moved = 0;
+  while (!buffer.empty()) {
+    const ssize_t put = write(Descriptor(native_), buffer.data(), buffer.size());
+    if (put < 0 && errno != EINTR) {
+      return CodeOf(errno);
+    }
+    const auto bytes = static_cast<std::size_t>(std::max<ssize_t>(put, 0));
     buffer = buffer.subspan(bytes);
     moved += static_cast<std::uint32_t>(bytes);
   }

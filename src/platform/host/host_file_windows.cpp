@@ -28,6 +28,8 @@ bool HostFile::Exists(const std::string& path) {
   return true;
 }
 
+ErrorCode HostFile::Remove(const std::string& path) { return DeleteFileA(path.c_str()) != 0 ? kErrorNone : LastCode(); }
+
 std::unique_ptr<HostFile> HostFile::Open(const std::string& path, const OpenMode& mode, ErrorCode& code) {
   HANDLE handle =
       CreateFileA(path.c_str(), mode.access, mode.share, nullptr, mode.disposition, mode.flags, /*template*/ nullptr);
@@ -52,6 +54,14 @@ ErrorCode HostFile::Read(ByteSpan buffer, std::uint32_t& moved) const {
   DWORD bytes = 0;
   const BOOL done =
       ReadFile(SystemHandle(native_), buffer.data(), static_cast<DWORD>(buffer.size()), &bytes, /*overlapped*/ nullptr);
+  moved = bytes;
+  return done != 0 ? kErrorNone : LastCode();
+}
+
+ErrorCode HostFile::Write(ConstByteSpan buffer, std::uint32_t& moved) const {
+  DWORD bytes = 0;
+  const BOOL done = WriteFile(SystemHandle(native_), buffer.data(), static_cast<DWORD>(buffer.size()), &bytes,
+                              /*overlapped*/ nullptr);
   moved = bytes;
   return done != 0 ? kErrorNone : LastCode();
 }

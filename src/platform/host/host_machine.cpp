@@ -98,6 +98,16 @@ void HostMachine::Wait(std::uint32_t milliseconds) {
   }
 }
 
+std::uint32_t HostMachine::TickCount() {
+  const auto since_start = std::chrono::steady_clock::now().time_since_epoch() + skipped_;
+  return static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since_start).count());
+}
+
+std::int64_t HostMachine::CalendarSeconds() {
+  const auto since_epoch = std::chrono::system_clock::now().time_since_epoch() + skipped_;
+  return std::chrono::duration_cast<std::chrono::seconds>(since_epoch).count();
+}
+
 std::string HostMachine::DateTimeText() { return LocalDateTime(std::chrono::system_clock::now() + skipped_); }
 
 std::string HostMachine::ErrorMessage(std::uint32_t code) {
@@ -152,9 +162,32 @@ bool HostMachine::Read(Handle handle, ByteSpan buffer, std::uint32_t& moved) {
   return file != nullptr && Outcome(file->Read(buffer, moved));
 }
 
-bool HostMachine::Write(Handle handle, ConstByteSpan /*buffer*/, std::uint32_t& moved) {
+bool HostMachine::Write(Handle handle, ConstByteSpan buffer, std::uint32_t& moved) {
   moved = 0;
-  return FileOf(handle) != nullptr && Outcome(kErrorAccessDenied);
+  HostFile* file = FileOf(handle);
+  return file != nullptr && Outcome(file->Write(buffer, moved));
 }
 
 bool HostMachine::Flush(Handle handle) { return FileOf(handle) != nullptr && Outcome(kErrorAccessDenied); }
+
+bool HostMachine::RemoveFile(const std::string& path) { return Outcome(HostFile::Remove(path)); }
+
+std::string HostMachine::PathBesideProgram(const std::string& name) { return SystemPathBesideProgram(name); }
+
+std::string HostMachine::ProgramFolder() { return TextOfLine(SystemProgramFolder()); }
+
+Handle HostMachine::StartProcess(const std::string& /*command*/) {
+  Outcome(kErrorFileNotFound);
+  return kInvalidHandle;
+}
+
+bool HostMachine::QueryExitCode(Handle /*process*/, std::uint32_t& /*code*/) { return Outcome(kErrorInvalidHandle); }
+
+std::vector<std::vector<std::string>> HostMachine::QueryManagement(const std::string& /*query*/, bool /*forward_only*/,
+                                                                   const std::vector<std::string>& /*properties*/) {
+  return {};
+}
+
+bool HostMachine::ReadRegistry(const std::string& /*path*/, std::string& /*value*/) {
+  return Outcome(kErrorFileNotFound);
+}

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/host/host_file.h"
 #include "platform/host/host_system.h"
@@ -44,6 +45,8 @@ class HostMachine : public Platform {
   void CloseShellDialog(std::string_view title) override;
 
   void Wait(std::uint32_t milliseconds) override;
+  std::uint32_t TickCount() override;
+  std::int64_t CalendarSeconds() override;
   std::string DateTimeText() override;
 
   std::uint32_t LastError() override { return last_error_; }
@@ -52,13 +55,26 @@ class HostMachine : public Platform {
   bool FindFile(const std::string& path) override;
   Handle OpenFile(const std::string& path, const OpenMode& mode) override;
   bool QueryFileSize(Handle file, std::uint64_t& bytes) override;
+  bool RemoveFile(const std::string& path) override;
+  std::string PathBesideProgram(const std::string& name) override;
+  std::string ProgramFolder() override;
   // The services for handles of files, and Close for standard output's. A machine passes on what is none of its own.
   bool Close(Handle handle) override;
   bool Seek(Handle handle, std::int64_t position) override;
   bool Read(Handle handle, ByteSpan buffer, std::uint32_t& moved) override;
-  // No file is opened for writing.
   bool Write(Handle handle, ConstByteSpan buffer, std::uint32_t& moved) override;
   bool Flush(Handle handle) override;
+
+  // No program is started on behalf of a drive that is not the system's own.
+  Handle StartProcess(const std::string& command) override;
+  bool QueryExitCode(Handle process, std::uint32_t& code) override;
+
+  bool BindManagement() override { return false; }
+  std::vector<std::vector<std::string>> QueryManagement(const std::string& query, bool forward_only,
+                                                        const std::vector<std::string>& properties) override;
+  bool ReadRegistry(const std::string& path, std::string& value) override;
+  bool IsWow64() override { return false; }
+  char DecimalSign() override { return '.'; }
 
  protected:
   // Standard output's handle; what a machine opens gets higher ones.

@@ -5,6 +5,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
+#include <system_error>
 
 #include "platform/host/code_page.h"
 #include "platform/host/host_machine.h"
@@ -91,6 +93,14 @@ void IgnoreWriteSignals() {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
 }
+
+std::string SystemProgramFolder() {
+  std::error_code error;
+  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+  return error ? "." : program.parent_path().native();
+}
+
+std::string SystemPathBesideProgram(const std::string& name) { return SystemProgramFolder() + "/" + name; }
 
 std::uint32_t ProcessId() { return static_cast<std::uint32_t>(getpid()); }
 

@@ -21,6 +21,10 @@ std::string PartOfLine(const std::string& line, std::size_t first, std::size_t c
 // Keeps a write to a closed pipe, or above the limit for the size of files, from ending the process: it fails.
 void IgnoreWriteSignals();
 std::uint32_t ProcessId();
+// The folder that the program's own file lies in, without a separator at its end, and the path of a file in it; both in
+// the system's own encoding.
+std::string SystemProgramFolder();
+std::string SystemPathBesideProgram(const std::string& name);
 // Writes text of code page 1252 to standard output, in one call of the system where that takes it all.
 ErrorCode WriteStandardOutput(std::string_view text);
 // Local date and time in the platform's general format.

@@ -61,6 +61,15 @@ std::string PartOfLine(const std::string& line, std::size_t first, std::size_t c
 
 void IgnoreWriteSignals() {}
 
+std::string SystemProgramFolder() {
+  std::array<char, 32768> path{};  // the longest that the system has, with its NUL
+  const DWORD length = GetModuleFileNameA(nullptr, path.data(), static_cast<DWORD>(path.size()));
+  const std::string program(path.data(), length);
+  return program.substr(0, program.find_last_of('\\'));
+}
+
+std::string SystemPathBesideProgram(const std::string& name) { return SystemProgramFolder() + "\\" + name; }
+
 std::uint32_t ProcessId() { return GetCurrentProcessId(); }
 
 ErrorCode WriteStandardOutput(std::string_view text) {

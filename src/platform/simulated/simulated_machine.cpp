@@ -262,3 +262,9 @@ bool SimulatedMachine::QueryVolumeSize(const std::string& name, std::uint64_t& b
   bytes = size.value_or(0);
   return Outcome(size ? kErrorNone : kErrorNotReady);
 }
+
+void SimulatedMachine::FormatVolume(const std::string& /*root*/, std::uint32_t /*media*/,
+                                    const std::string& /*file_system*/, const std::string& /*label*/,
+                                    const FormatCallback& /*callback*/) {
+  Outcome(kErrorFileNotFound);
+}

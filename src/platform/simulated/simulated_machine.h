@@ -41,6 +41,8 @@ class SimulatedMachine : public HostMachine {
   bool MountVolume(const std::string& root, const std::string& name) override;
   std::uint32_t DriveType(const std::string& root) override;
   bool QueryVolumeSize(const std::string& name, std::uint64_t& bytes) override;
+  void FormatVolume(const std::string& root, std::uint32_t media, const std::string& file_system,
+                    const std::string& label, const FormatCallback& callback) override;
 
   // The drive of that number; null where there is none.
   SimulatedDrive* DriveOf(int number);
