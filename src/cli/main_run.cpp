@@ -16,7 +16,10 @@
 #include "disk/handles.h"
 #include "disk/sector_io.h"
 #include "disk/volumes.h"
+#include "drivetest/erase.h"
 #include "host/windows_version.h"
+#include "partition/reorder.h"
+#include "transfer/copy.h"
 #include "transfer/file_header.h"
 #include "transfer/inspection.h"
 
@@ -196,14 +199,25 @@ void RunModesOnDrive(const PositionArguments& arguments) {
   if (HasKeyword(" DRIVEINFO") || HasKeyword(" USBINFO")) {
     DriveInfoCommand(arguments.usb_start, arguments.copy_length);
   }
-  for (const std::string_view mode : {" USBTOFILE", " FILETOUSB"}) {
-    if (HasKeyword(mode)) {
-      RequireFile();
-      EndUnavailable(mode.substr(1));
-    }
+  if (HasKeyword(" USBTOFILE")) {
+    RequireFile();
+    DriveToFileCommand(arguments.usb_start, arguments.file_start, arguments.copy_length);
+  }
+  if (HasKeyword(" FILETOUSB")) {
+    RequireFile();
+    FileToDriveCommand(arguments.usb_start, arguments.file_start, arguments.copy_length);
   }
   ProveFirstSectors();
-  for (const std::string_view mode : {" FIRSTPART", " CLEAN", " ERASE", " QUICKTEST", " SPEEDTEST"}) {
+  if (HasKeyword(" FIRSTPART")) {
+    ReorderPartitions(DriveNumber, FirstPart);
+  }
+  if (HasKeyword(" CLEAN")) {
+    CleanDrive(DriveNumber);
+  }
+  if (HasKeyword(" ERASE")) {
+    EraseDrive();
+  }
+  for (const std::string_view mode : {" QUICKTEST", " SPEEDTEST"}) {
     if (HasKeyword(mode)) {
       EndUnavailable(mode.substr(1));
     }

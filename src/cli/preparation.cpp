@@ -146,9 +146,7 @@ void FormatVolumes() {
 
 [[noreturn]] void GiveDriveBack() {
   Lock_Unlock_All_Volumes(DriveNumber, "UNLOCK");
-  const bool removable = UpperCase(DriveMedia).find("REMOVABLE") != std::string::npos;
-  ConsoleWrite("\r\n\r\nINFO: This device is classed as a " + std::string(removable ? "Removable" : "Fixed") +
-               " Disk by Windows.");
+  ConsoleWrite(MediaClassText());
   MyCloseHandle(DiskHandle);
   ConsoleWrite("\r\nRemounting drive " + DriveText());
   ReMount_Drive(DriveNumber);

@@ -30,8 +30,8 @@ int ReportBox(std::string_view message, int buttons, std::string_view title) {
   return OptSure ? 0 : port->ShowBox(message, buttons, title);
 }
 
-bool Confirmed(std::string_view question, int icon) {
-  return OptSure || port->ShowBox(question, kBoxOkCancel | icon, kProgramName) == kAnswerOk;
+bool Confirmed(std::string_view question, int icon, std::string_view title) {
+  return OptSure || port->ShowBox(question, kBoxOkCancel | icon, title) == kAnswerOk;
 }
 
 void CloseShellPopups() {

@@ -44,7 +44,7 @@ void DebugLog(std::string_view text);
 // (kAnswer...), 0 with OptSure.
 int ReportBox(std::string_view message, int buttons = kBoxOk, std::string_view title = kProgramName);
 // Asks in a box of OK and Cancel, with nothing on the console. True for OK; with OptSure at once.
-bool Confirmed(std::string_view question, int icon = 0);
+bool Confirmed(std::string_view question, int icon = 0, std::string_view title = kProgramName);
 
 // Closes the dialogs in which the shell reacts to a changed drive, in two passes 1000 ms apart.
 void CloseShellPopups();

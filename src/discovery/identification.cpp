@@ -168,6 +168,12 @@ std::uint64_t GetDiskLength(Handle handle) {
   return handle != kInvalidHandle && port->QueryLength(handle, bytes) ? bytes : 0;
 }
 
+std::string MediaClassText() {
+  const bool removable = UpperCase(DriveMedia).find("REMOVABLE") != std::string::npos;
+  return "\r\n\r\nINFO: This device is classed as a " + std::string(removable ? "Removable" : "Fixed") +
+         " Disk by Windows.";
+}
+
 std::string BytesToText(ConstByteSpan bytes, int first, int last, bool stop_at_nul) {
   const int end = static_cast<int>(bytes.size()) - 1;
   last = last == -1 ? end : std::min(last, end);

@@ -34,6 +34,9 @@ std::uint64_t GetSCSICapacity(std::int32_t drive);
 // The platform's word on the length in bytes, 0 where it has none.
 std::uint64_t GetDiskLength(Handle handle);
 
+// What the drive in the record is to Windows, removable or fixed: an "INFO: " line behind an empty one.
+std::string MediaClassText();
+
 // Text from the bytes `first` to `last` (inclusive; -1 or too far means the end), trimmed of blanks. With `stop_at_nul`
 // it ends before the first zero byte, unless that is the very first: then the copy keeps its length and its NULs.
 std::string BytesToText(ConstByteSpan bytes, int first, int last, bool stop_at_nul);

@@ -1,6 +1,7 @@
 #include "disk/sector_io.h"
 
 #include <cassert>
+#include <limits>
 
 #include "cli/option_model.h"
 #include "console/console.h"
@@ -14,12 +15,16 @@ static void NoteError() {
   LastErrorText = SystemErrorText(LastDllError);
 }
 
-// An LBA that no signed byte position reaches wraps to a negative one, which the platform refuses.
-static std::uint64_t PositionOf(std::uint64_t lba) { return lba * kSectorBytes; }
+// An LBA that no byte position reaches gets a negative one, which the platform refuses: the product would wrap and name
+// another sector.
+static std::int64_t PositionOf(std::uint64_t lba) {
+  constexpr std::uint64_t kHighest = std::numeric_limits<std::int64_t>::max() / kSectorBytes;
+  return lba > kHighest ? -1 : static_cast<std::int64_t>(lba * kSectorBytes);
+}
 
 static bool SeekToSector(std::uint64_t lba) {
   LastSectorLba = lba;
-  if (port->Seek(DiskHandle, static_cast<std::int64_t>(PositionOf(lba)))) {
+  if (port->Seek(DiskHandle, PositionOf(lba))) {
     return true;
   }
   NoteError();
@@ -50,7 +55,8 @@ bool DirectWrite(std::uint64_t lba, std::int32_t sectors) {
   }
   const std::size_t bytes = TransferBytes(sectors);
   // The range lock is advisory: the write goes ahead without it. A failed write leaves it to the closing of the handle.
-  port->LockRange(DiskHandle, PositionOf(lba), bytes);
+  const auto position = static_cast<std::uint64_t>(PositionOf(lba));
+  port->LockRange(DiskHandle, position, bytes);
   std::uint32_t moved = 0;
   const bool done = port->Write(DiskHandle, ConstByteSpan(SectorBuffer).first(bytes), moved);
   NoteError();
@@ -60,7 +66,7 @@ bool DirectWrite(std::uint64_t lba, std::int32_t sectors) {
   }
   // Meant to be ignored: a write that the platform has taken counts as written, whatever flush and unlock say.
   port->Flush(DiskHandle);
-  port->UnlockRange(DiskHandle, PositionOf(lba), bytes);
+  port->UnlockRange(DiskHandle, position, bytes);
   return true;
 }
 

@@ -322,9 +322,10 @@ double EvalFileLength(const std::string& file_name, const std::string& expressio
       return static_cast<double>(DriveReportedBytes) - file_start;
     }
   }
-  if (!LoadFileHeader()) {
+  if (!FileExists(FilePath)) {
     return LeadingNumber(text);
   }
+  LoadFileHeader();  // one that can't be read has no table, and its length all the same
   PartitionExtents extents{};
   const bool readable = ReadPartitionExtents(extents);
   std::optional<double> length = is_zero ? std::optional(0.0) : std::nullopt;

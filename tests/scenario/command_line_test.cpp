@@ -181,8 +181,6 @@ TEST(CommandLine, RefusesBeforeAnythingIsWritten) {
       {"1G", "DRIVE=1 WRITEMBRONLY NOWRITE SURE ZIP", "", 2, "\r\nSector not written to disk by request!"},
       {"8G", "DRIVE=1 SURE NTFS WIN7", "", 5, "\r\nFormatting as NTFS is not available in this version!"},
       {"8G", "DRIVE=1 SURE EXFAT BOOTMGR", "", 5, "\r\nFormatting as exFAT is not available in this version!"},
-      {"1G", "DRIVE=1 SURE ERASE", "", 5, "\r\nERASE is not available in this version!"},
-      {"1G", "DRIVE=1 SURE CLEAN ERASE", "", 5, "\r\nCLEAN is not available in this version!"},
       {"12M", "DRIVE=1 SURE", "", 3,
        "\r\nCannot find drive 1\r\nPlease ensure you have specified DRIVE=n where n is a NUMBER not a letter - add "
        "ALLDRIVES for non-USB drives."},

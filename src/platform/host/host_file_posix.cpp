@@ -104,7 +104,14 @@ bool HostFile::Exists(const std::string& path) {
 }
 
 ErrorCode HostFile::Remove(const std::string& path) {
-  return unlink(ExistingSpelling(path).c_str()) == 0 ? kErrorNone : CodeOf(errno);
+  ErrorCode code = kErrorNone;
+  const std::string file = ExistingSpelling(path);
+  // Only what could be read as a file is deleted as one: the image of an attached drive stays.
+  const std::unique_ptr<HostFile> opened = Open(file, {kAccessRead, kShareRead, kOpenExisting, 0}, code);
+  if (code != kErrorNone) {
+    return code;
+  }
+  return unlink(file.c_str()) == 0 ? kErrorNone : CodeOf(errno);
 }
 
 std::unique_ptr<HostFile> HostFile::Open(const std::string& path, const OpenMode& mode, ErrorCode& code) {
