@@ -72,4 +72,16 @@ TEST_P(WholeFileMessage, RefusesAFileThatDoesNotFit) {
   }
 }
 
+TEST(CopiedDrive, BootsLikeTheOneThatItCameFrom) {
+  PreparedDrive drive(KindOf("Fat32Bootmgr"), "300M");
+  PutLoader(drive, LoaderFor(drive.kind));
+  const std::string file = drive.folder.File("saved.bin");
+  ASSERT_EQ(RunOnDrive(drive.image, "", "DRIVE=1 SURE USBTOFILE FILE=" + file).exit_code, 0);
+  const std::string copy = drive.folder.File("copy.img");
+  ASSERT_EQ(RunOnDrive(copy, "size=300M", "DRIVE=1 SURE FILETOUSB FILE=" + file).exit_code, 0);
+  EXPECT_EQ(RunCommand({"cmp", drive.image, copy}).exit_code, 0);
+  drive.image = copy;
+  ExpectBoots(drive);
+}
+
 }  // namespace

@@ -56,7 +56,7 @@ TEST(Copy, PrintsItsPlan) {
                                "\r\nLength to read:\r\n100 sectors (51,200 bytes or 50 KiB)\r\n"
                                "\r\nRead from USB Start position:\r\nSector 204,700 (Byte 104,806,400 or 99.951MiB)"
                                "\r\nWrite to File Start position:\r\nSector 2 (Byte 1,280 or 1.25 KiB)\r\n"
-                               "\r\nLast Sector to read:\r\nSector 204,799 (Byte 104,857,599 or 100MiB)"
+                               "\r\nLast Sector to read:\r\nSector 204,799 (Byte 104,857,599 or 99.999MiB)"
                                "\r\nDrive ends at:\r\nSector 204,799 (Byte 104,857,599 or 99.999MiB)\r\n"
                                "\r\nFinal File Size:      Sector 102.5 (Byte 52,480 or 51.25 KiB)"
                                "\r\nCurrent File Size: Sector 1.953 (Byte 1,000 or 0.976 KiB)"
@@ -100,7 +100,7 @@ TEST(Copy, SaysWhatIsWrong) {
       {"target is a drive's image", "USBTOFILE LENGTH=512 FILE=@stick.img", "", 6, "used by another process."},
       {"target in a missing folder", "USBTOFILE LENGTH=512 FILE=@none/new.bin", "", 6,
        " \r\nERROR: The system cannot find the file specified."},
-      {"drive ends inside the stretch", "USBTOFILE FILE=@new.bin USBSTART=204000 LENGTH=800SEC", "", 7,
+      {"drive ends inside the stretch", "USBTOFILE FILE=@new.bin USBSTART=204000 LENGTH=801SEC", "", 7,
        "\r\n*** ERROR *** writing to USB drive at Sector 204640"},
       {"bad sector in the source", "USBTOFILE FILE=@new.bin USBSTART=10 LENGTH=1MB", ",badread=700", 7,
        "\r\n*** ERROR *** writing to USB drive at Sector 650"},

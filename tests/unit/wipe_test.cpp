@@ -32,13 +32,18 @@ std::vector<std::uint8_t> SectorWith(const Starts& starts) {
   return sector;
 }
 
-MachineDouble MachineWith(const Starts& starts, const std::string& line) {
+std::vector<AttachedDrive> OneDrive() {
   std::vector<AttachedDrive> drives;
   drives.push_back(MemoryDrive(1, kDriveSectors * kSector));
-  MachineDouble machine(std::move(drives), line);
-  machine.SetDriveBytes(1, 0, SectorWith(starts));
-  return machine;
+  return drives;
 }
+
+class MachineWith : public MachineDouble {
+ public:
+  MachineWith(const Starts& starts, const std::string& line) : MachineDouble(OneDrive(), line) {
+    SetDriveBytes(1, 0, SectorWith(starts));
+  }
+};
 
 // The console behind the line about the drive, without what ends every run.
 std::string Printed(const MachineDouble& machine) {
@@ -81,7 +86,7 @@ TEST(Reorder, MovesWholeEntries) {
       {"FIRSTPART", {0, 0, 0, 0}, {0, 0, 0, 0}, kRemount + kReset},
   };
   for (const auto& row : rows) {
-    MachineDouble machine = MachineWith(row.starts, "DRIVE=1 SURE " + row.word);
+    MachineWith machine(row.starts, "DRIVE=1 SURE " + row.word);
     const std::vector<std::uint8_t> before = SectorWith(row.starts);
     std::vector<std::uint8_t> expected = before;
     for (std::size_t i = 0; i < row.slots.size(); ++i) {
@@ -126,7 +131,7 @@ TEST(Wipe, EndsAsTheUserAndTheDriveSay) {
        "Writing 0FFh bytes to drive 1\r\n*** ERROR *** writing to drive at Sector 600"},
   };
   for (const auto& row : rows) {
-    MachineDouble machine = MachineWith({100, 50, 0, 0}, "DRIVE=1 " + row.words);
+    MachineWith machine({100, 50, 0, 0}, "DRIVE=1 " + row.words);
     machine.answers = {row.answer};
     if (row.failing_write != 0) {
       machine.FailCall(CallKind::kWrite, row.failing_write, kErrorIoDevice);
@@ -144,14 +149,14 @@ TEST(Wipe, EndsAsTheUserAndTheDriveSay) {
 }
 
 TEST(Wipe, ReorderWithNoWriteGoesOnToThePreparationAndStopsThere) {
-  MachineDouble machine = MachineWith({100, 50, 0, 0}, "DRIVE=1 SURE FIRSTPART NOWRITE");
+  MachineWith machine({100, 50, 0, 0}, "DRIVE=1 SURE FIRSTPART NOWRITE");
   EXPECT_EQ(RunMain(machine), kLevelUserAbort);
   EXPECT_TRUE(machine.console.ends_with("\r\nMBR Sector not written to disk - aborting...\r\n\r\n"));
   EXPECT_TRUE(machine.CallsOf(CallKind::kWrite).empty());
 }
 
 TEST(Erase, OverwritesEverySectorAndClearsTheFirst) {
-  MachineDouble machine = MachineWith({100, 50, 0, 0}, "DRIVE=1 SURE ERASE");
+  MachineWith machine({100, 50, 0, 0}, "DRIVE=1 SURE ERASE");
   EXPECT_EQ(RunMain(machine), kLevelOk);
   std::vector<std::uint8_t> expected(kDriveSectors * kSector, 0xFF);
   std::fill_n(expected.begin(), kSector, std::uint8_t{0});
@@ -171,12 +176,12 @@ TEST(Erase, OverwritesEverySectorAndClearsTheFirst) {
 }
 
 TEST(Erase, ReportsNoFailureOfTheFirstSectorAndHeedsNoWrite) {
-  MachineDouble machine = MachineWith({100, 50, 0, 0}, "DRIVE=1 SURE ERASE");
+  MachineWith machine({100, 50, 0, 0}, "DRIVE=1 SURE ERASE");
   machine.FailCall(CallKind::kWrite, 58, kErrorIoDevice);  // behind 57 chunks
   EXPECT_EQ(RunMain(machine), kLevelOk);
   EXPECT_EQ(machine.DriveBytes(1, 0, 1), std::vector<std::uint8_t>(kSector, 0xFF));
 
-  MachineDouble careful = MachineWith({100, 50, 0, 0}, "DRIVE=1 SURE ERASE NOWRITE");
+  MachineWith careful({100, 50, 0, 0}, "DRIVE=1 SURE ERASE NOWRITE");
   EXPECT_EQ(RunMain(careful), kLevelOk);
   EXPECT_TRUE(careful.CallsOf(CallKind::kWrite).empty());
   EXPECT_EQ(Printed(careful), Printed(machine));
