@@ -1,8 +1,8 @@
 """Times the program and a peer on the same job, alternating, and prints medians and ratios.
 
-Each row is one job: both commands start from a fresh sparse image in the same folder (--folder, the system's folder for
-temporary files by default), run --runs times in turn, and are compared by wall time, CPU time (user and system) and peak
-resident memory.
+Each row is one job: both commands start from the same files in the same folder (--folder, the system's folder for
+temporary files by default): a fresh sparse image, and for a copy a source full of data. They run --runs times in turn and
+are compared by wall time, CPU time (user and system) and peak resident memory.
 """
 
 import argparse
@@ -16,8 +16,8 @@ PROGRAM = "build/release/korventix"
 MEBI = 1 << 20
 
 
-def prepare(image, size, *words):
-    """The program's command line for a preparation of a drive of `size` bytes."""
+def run(image, size, *words):
+    """The program's command line with a drive of `size` bytes."""
     return [PROGRAM, "--drive", f"1={image},size={size}", "--no-wait", "DRIVE=1", "SURE", *words]
 
 
@@ -27,10 +27,24 @@ def fat_job(kind, label, size):
     return (
         f"FAT{kind}, {label}",
         size,
-        lambda image, size: prepare(image, size, *words),
+        lambda image, size: run(image, size, *words),
         lambda image, size: ["mkfs.fat", "-F", str(kind), image],
     )
 
+
+def dd(source, target, block, *words):
+    return ["dd", f"if={source}", f"of={target}", f"bs={block}", *words]
+
+
+def other(image):
+    """A file beside the image: what is copied to it or from it."""
+    return image + ".file"
+
+
+# Both sides end with the data on the medium where a drive is written, and without a flush where a file is.
+FLUSHED = ["conv=notrunc,fdatasync"]
+COPY_BYTES = 4 << 30
+ERASE_BLOCK = 300 << 10
 
 JOBS = [
     fat_job(16, "2 GB", 2 << 30),
@@ -38,6 +52,24 @@ JOBS = [
     fat_job(32, "8 GB", 8 << 30),
     fat_job(32, "128 GB", 128 << 30),
     fat_job(32, "2 TB", (2 << 40) - (1 << 30)),  # mkfs.fat ends below 2^32 sectors
+    (
+        "FILETOUSB, 4 GB",
+        COPY_BYTES,
+        lambda image, size: run(image, size, "FILETOUSB", f"FILE={other(image)}"),
+        lambda image, size: dd(other(image), image, "320K", *FLUSHED),
+    ),
+    (
+        "USBTOFILE, 4 GB",
+        COPY_BYTES,
+        lambda image, size: run(image, size, "USBTOFILE", f"FILE={other(image)}"),
+        lambda image, size: dd(image, other(image), "320K", "conv=notrunc"),
+    ),
+    (
+        "ERASE, 4 GB",
+        COPY_BYTES,
+        lambda image, size: run(image, size, "ERASE"),
+        lambda image, size: dd("/dev/zero", image, ERASE_BLOCK, *FLUSHED, "iflag=count_bytes", f"count={size}"),
+    ),
 ]
 
 
@@ -58,25 +90,37 @@ def peak_memory(command):
     return int(run.stderr.split()[-1]) * 1024
 
 
-def fresh_image(image, size):
-    with open(image, "wb") as drive:
-        drive.truncate(size)
+def fresh_files(label, image, size):
+    """The files that a run begins with: an empty sparse image; for a copy, what is copied holds data throughout."""
+    source = {"FILETOUSB": other(image), "USBTOFILE": image}.get(label.split(",")[0])
+    if image != source:
+        with open(image, "wb") as drive:
+            drive.truncate(size)
+    if source is None:
+        return
+    if other(image) != source and os.path.exists(other(image)):
+        os.unlink(other(image))
+    if not os.path.exists(source):
+        block = os.urandom(MEBI)
+        with open(source, "wb") as file:
+            for _ in range(size // MEBI):
+                file.write(block)
+    os.sync()
 
 
 def median_of(runs):
     return [statistics.median(column) for column in zip(*runs)]
 
 
-def compare(size, ours, peer, folder, runs):
+def compare(label, size, ours, peer, folder, runs):
     """Medians of both commands over `runs` alternating runs, each on an image of its own, and the program's memory."""
     image = os.path.join(folder, "drive.img")
     results = {ours: [], peer: []}
     for _ in range(runs):
         for command in (ours, peer):
-            fresh_image(image, size)
+            fresh_files(label, image, size)
             results[command].append(measure(command(image, size)))
-            os.unlink(image)
-    fresh_image(image, size)
+    fresh_files(label, image, size)
     return median_of(results[ours]), median_of(results[peer]), peak_memory(ours(image, size))
 
 
@@ -84,11 +128,12 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--runs", type=int, default=5)
     parser.add_argument("--folder", default=None)
+    parser.add_argument("--only", default="", help="jobs whose label contains this text")
     options = parser.parse_args()
     print(f"{'job':<16}{'peer':<10}{'wall':>9}{'peer':>9}{'ratio':>7}{'CPU':>9}{'peer':>9}{'ratio':>7}{'memory':>10}")
-    for label, size, ours, peer in JOBS:
+    for label, size, ours, peer in [job for job in JOBS if options.only in job[0]]:
         with tempfile.TemporaryDirectory(dir=options.folder) as folder:
-            (wall, cpu), (peer_wall, peer_cpu), memory = compare(size, ours, peer, folder, options.runs)
+            (wall, cpu), (peer_wall, peer_cpu), memory = compare(label, size, ours, peer, folder, options.runs)
         name = peer("image", size)[0]
         print(
             f"{label:<16}{name:<10}{wall:>8.3f}s{peer_wall:>8.3f}s{wall / peer_wall:>7.2f}"
