@@ -12,6 +12,7 @@ set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # the tests are not packed
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
   set(CPACK_SYSTEM_NAME windows)
+  target_link_options(korventix PRIVATE -Wl,--no-insert-timestamp)
   install(TARGETS korventix DESTINATION .)
   install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION .)
 else()
