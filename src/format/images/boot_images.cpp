@@ -1,7 +1,9 @@
 #include "format/images/boot_images.h"
 
 #include <optional>
+#include <string>
 
+#include "console/console.h"
 #include "disk/sector_io.h"
 
 namespace {
@@ -53,6 +55,15 @@ constexpr std::string_view kFat32MsDos =
 constexpr std::string_view kFat32MsDosExt =
 #include "Fat32MsDosExt_Code.inc"
     ;
+constexpr std::string_view kBootMgrExfat =
+#include "BootMgrEXFAT_Code.inc"
+    ;
+constexpr std::string_view kBootmgrNtfs =
+#include "Bootmgr_NTFS_Code.inc"
+    ;
+constexpr std::string_view kNtldrNtfs =
+#include "NTLDR_NTFS_Code.inc"
+    ;
 
 std::optional<std::uint8_t> HexPair(std::string_view pair) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
@@ -78,6 +89,13 @@ bool ParseLine(std::string_view line, ByteSpan target) {
     target[i] = *byte;
   }
   return true;
+}
+
+// For the images of several sectors. The caller goes on after a failure.
+void ParseLargeDump(std::string_view text, std::string_view procedure) {
+  if (!ParseDump(text, BinArray)) {
+    ReportBox(std::string(procedure) + " failed to parse correctly!");
+  }
 }
 
 }  // namespace
@@ -110,3 +128,6 @@ void Fat16MsDos_Code() { ParseDump(kFat16MsDos, BinArray); }
 void Fat16Zip_Code() { ParseDump(kFat16Zip, BinArray); }
 void Fat32MsDos_Code() { ParseDump(kFat32MsDos, BinArray); }
 void Fat32MsDosExt_Code() { ParseDump(kFat32MsDosExt, SectorBuffer); }
+void BootMgrEXFAT_Code() { ParseLargeDump(kBootMgrExfat, "BootMgrEXFAT_Code"); }
+void Bootmgr_NTFS_Code() { ParseLargeDump(kBootmgrNtfs, "Bootmgr_NTFS_Code"); }
+void NTLDR_NTFS_Code() { ParseLargeDump(kNtldrNtfs, "NTLDR_NTFS_Code"); }

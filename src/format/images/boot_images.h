@@ -36,3 +36,7 @@ void Fat32FreeDos_Code();
 void Fat16MsDos_Code();
 void Fat16Zip_Code();
 void Fat32MsDos_Code();
+// The images of several sectors: 12, 9 and 7. A dump that makes no whole sectors is told in a box.
+void BootMgrEXFAT_Code();
+void Bootmgr_NTFS_Code();
+void NTLDR_NTFS_Code();
