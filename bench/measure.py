@@ -32,6 +32,16 @@ def fat_job(kind, label, size):
     )
 
 
+def service_job(kind, tool, label, size):
+    """The same for a file system that the program has the system's tool make: the peer is that tool, and a sparse copy."""
+    return (
+        f"{kind}, {label}",
+        size,
+        lambda image, size: run(image, size, kind, "BOOTMGR"),
+        lambda image, size: ["sh", "-c", f'{tool} "$1" && exec cp --sparse=always "$1" "$2"', "sh", image, other(image)],
+    )
+
+
 def dd(source, target, block, *words):
     return ["dd", f"if={source}", f"of={target}", f"bs={block}", *words]
 
@@ -39,6 +49,12 @@ def dd(source, target, block, *words):
 def other(image):
     """A file beside the image: what is copied to it or from it."""
     return image + ".file"
+
+
+def f3probe(image, size):
+    """A probe of a genuine drive, which f3probe plays itself on a file that it makes and deletes."""
+    played = [f"--debug-real-size={size}", f"--debug-fake-size={size}", f"--debug-wrap={(size - 1).bit_length()}"]
+    return ["f3probe", "--destructive", *played, "--debug-block-order=9", other(image)]
 
 
 # Both sides end with the data on the medium where a drive is written, and without a flush where a file is.
@@ -52,6 +68,10 @@ JOBS = [
     fat_job(32, "8 GB", 8 << 30),
     fat_job(32, "128 GB", 128 << 30),
     fat_job(32, "2 TB", (2 << 40) - (1 << 30)),  # mkfs.fat ends below 2^32 sectors
+    service_job("EXFAT", "mkfs.exfat", "64 GB", 64 << 30),
+    service_job("EXFAT", "mkfs.exfat", "2 TB", 2 << 40),
+    service_job("NTFS", "mkntfs -Q -F", "64 GB", 64 << 30),
+    service_job("NTFS", "mkntfs -Q -F", "2 TB", 2 << 40),
     (
         "FILETOUSB, 4 GB",
         COPY_BYTES,
@@ -70,7 +90,10 @@ JOBS = [
         lambda image, size: run(image, size, "ERASE"),
         lambda image, size: dd("/dev/zero", image, ERASE_BLOCK, *FLUSHED, "iflag=count_bytes", f"count={size}"),
     ),
+    ("QUICKTEST, 2 TB", 2 << 40, lambda image, size: run(image, size, "QUICKTEST"), f3probe),
 ]
+# In memory: what a file system spends on a quarter of a million blocks with holes between them is nothing of the drive's.
+IN_MEMORY = {"QUICKTEST, 2 TB": "/dev/shm"}
 
 
 def measure(command):
@@ -82,6 +105,27 @@ def measure(command):
     if status != 0:
         raise SystemExit(f"failed: {' '.join(command)}")
     return wall, usage.ru_utime + usage.ru_stime
+
+
+def transfers(command):
+    """How often a command reads and writes, and the bytes that it moves so: the console's few are among them."""
+    child = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    os.waitid(os.P_PID, child.pid, os.WEXITED | os.WNOWAIT)  # while it has not been waited for, its counters stay
+    with open(f"/proc/{child.pid}/io") as counters:
+        count = {name: int(value) for name, value in (line.split(":") for line in counters)}
+    child.wait()
+    return count["syscr"], count["rchar"], count["syscw"], count["wchar"]
+
+
+def print_transfers(label, size, commands, folder):
+    image = os.path.join(folder, "drive.img")
+    for command in commands:
+        fresh_files(label, image, size)
+        reads, read_bytes, writes, written = (count / (size >> 30) for count in transfers(command(image, size)))
+        print(
+            f"  {os.path.basename(command(image, size)[0])}, per GB: {reads:.1f} reads of {read_bytes / 1024:.1f} KiB, "
+            f"{writes:.1f} writes of {written / 1024:.1f} KiB in all"
+        )
 
 
 def peak_memory(command):
@@ -96,11 +140,9 @@ def fresh_files(label, image, size):
     if image != source:
         with open(image, "wb") as drive:
             drive.truncate(size)
-    if source is None:
-        return
     if other(image) != source and os.path.exists(other(image)):
         os.unlink(other(image))
-    if not os.path.exists(source):
+    if source is not None and not os.path.exists(source):
         block = os.urandom(MEBI)
         with open(source, "wb") as file:
             for _ in range(size // MEBI):
@@ -132,13 +174,16 @@ def main():
     options = parser.parse_args()
     print(f"{'job':<16}{'peer':<10}{'wall':>9}{'peer':>9}{'ratio':>7}{'CPU':>9}{'peer':>9}{'ratio':>7}{'memory':>10}")
     for label, size, ours, peer in [job for job in JOBS if options.only in job[0]]:
-        with tempfile.TemporaryDirectory(dir=options.folder) as folder:
+        with tempfile.TemporaryDirectory(dir=IN_MEMORY.get(label, options.folder)) as folder:
             (wall, cpu), (peer_wall, peer_cpu), memory = compare(label, size, ours, peer, folder, options.runs)
         name = peer("image", size)[0]
         print(
             f"{label:<16}{name:<10}{wall:>8.3f}s{peer_wall:>8.3f}s{wall / peer_wall:>7.2f}"
             f"{cpu:>8.3f}s{peer_cpu:>8.3f}s{cpu / peer_cpu:>7.2f}{memory / MEBI:>7.1f}MiB"
         )
+        if label in IN_MEMORY:
+            with tempfile.TemporaryDirectory(dir=IN_MEMORY[label]) as folder:
+                print_transfers(label, size, (ours, peer), folder)
 
 
 if __name__ == "__main__":

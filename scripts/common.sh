@@ -5,12 +5,12 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(g++ cmake ninja-build nasm)
 demo_packages=(qemu-system-x86 mtools)
-bench_packages=(python3 dosfstools time)
+bench_packages=(python3 dosfstools exfatprogs ntfs-3g time f3)
 release_packages=(g++-mingw-w64-x86-64-posix dpkg-dev gzip)
 fuzz_packages=(libgtest-dev clang-14 libclang-rt-14-dev)
 test_packages=(
   libgtest-dev dosfstools mtools fdisk gdisk exfatprogs ntfs-3g qemu-system-x86 g++-mingw-w64-x86-64-posix wine64
-  clang-format clang-tidy
+  clang-format clang-tidy f3 locales
 )
 
 # install_missing PACKAGE...: installs those packages that the system lacks, as root or through sudo.

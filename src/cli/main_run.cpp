@@ -5,7 +5,6 @@
 #include "cli/command_line.h"
 #include "cli/option_model.h"
 #include "cli/preparation.h"
-#include "cli/unavailable.h"
 #include "cli/usage_text.h"
 #include "console/console.h"
 #include "console/number_text.h"
@@ -17,6 +16,9 @@
 #include "disk/sector_io.h"
 #include "disk/volumes.h"
 #include "drivetest/erase.h"
+#include "drivetest/quick_test.h"
+#include "drivetest/speed_test.h"
+#include "host/host_description.h"
 #include "host/windows_version.h"
 #include "partition/reorder.h"
 #include "transfer/copy.h"
@@ -37,6 +39,7 @@ void StartUp() {
   if (!ConsoleWrite("")) {
     NoConsole = true;
   }
+  DescribeHost();
 }
 
 void PrintBanner() {
@@ -217,10 +220,11 @@ void RunModesOnDrive(const PositionArguments& arguments) {
   if (HasKeyword(" ERASE")) {
     EraseDrive();
   }
-  for (const std::string_view mode : {" QUICKTEST", " SPEEDTEST"}) {
-    if (HasKeyword(mode)) {
-      EndUnavailable(mode.substr(1));
-    }
+  if (HasKeyword(" QUICKTEST")) {
+    QuickTest();
+  }
+  if (HasKeyword(" SPEEDTEST")) {
+    SpeedTest();
   }
 }
 

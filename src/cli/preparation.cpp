@@ -6,7 +6,6 @@
 #include <string>
 
 #include "cli/option_model.h"
-#include "cli/unavailable.h"
 #include "console/console.h"
 #include "console/number_text.h"
 #include "console/sector_dump.h"
@@ -14,10 +13,12 @@
 #include "disk/handles.h"
 #include "disk/sector_io.h"
 #include "disk/volumes.h"
+#include "format/exfat.h"
 #include "format/fat12.h"
 #include "format/fat16.h"
 #include "format/fat32.h"
 #include "format/images/boot_images.h"
+#include "format/ntfs.h"
 #include "partition/mbr_builder.h"
 #include "platform/byte_order.h"
 
@@ -59,7 +60,6 @@ void AskBeforeWriting() {
     ConsoleWrite("\r\nMBR Sector not written to disk - aborting...");
     MyExitProcess(kLevelUserAbort);
   }
-  RefuseUnavailableFormat();
   if (!Confirmed("\r\nERASE DRIVE " + DriveText() + "  - " + DriveModel +
                      "\r\n\r\nOK TO ERASE ALL DATA ON THIS DRIVE \r\nand create a new partition?",
                  kBoxExclamation)) {
@@ -129,12 +129,26 @@ void ClearOldBootRecords() {
 // The second partition's boot record is made for tracks of 63 sectors.
 bool SecondPartitionIsFormatted() { return Opt2Ptn && !OptZip && GeomSpt == 63; }
 
+void FreeDrive() {
+  Lock_Unlock_All_Volumes(DriveNumber, "UNLOCK");
+  MyCloseHandle(DiskHandle);
+}
+
 void FormatVolumes() {
   if (!WantBootCode) {
     return;
   }
   if (SecondPartitionIsFormatted()) {
     FormatFat12(VolumeName, static_cast<std::uint64_t>(SecondPartLba));
+  }
+  // The platform's format service needs the drive free; the other formatters write through the handle and the locks.
+  if (UseNtfs) {
+    FreeDrive();
+    NTFS_Format(VolumeName);
+  }
+  if (UseExfat) {
+    FreeDrive();
+    EXFAT_Format(VolumeName);
   }
   if (UseFat32) {
     FormatFat32(VolumeName);

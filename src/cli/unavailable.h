@@ -5,7 +5,3 @@
 
 // Does not return: says in one line that this version lacks `what` and ends the run with level 5.
 [[noreturn]] void EndUnavailable(std::string_view what);
-
-// Ends the run in that way where the preparation that the options ask for needs a formatter or boot code that this
-// version lacks.
-void RefuseUnavailableFormat();

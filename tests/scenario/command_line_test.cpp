@@ -179,8 +179,6 @@ TEST(CommandLine, RefusesBeforeAnythingIsWritten) {
       {"16450048", "DRIVE=1 SURE", "", 3, "add ALLDRIVES for non-USB drives."},
       {"1G", "DRIVE=1 WRITEMBRONLY", "", 2, "bytes)\r\n"},
       {"1G", "DRIVE=1 WRITEMBRONLY NOWRITE SURE ZIP", "", 2, "\r\nSector not written to disk by request!"},
-      {"8G", "DRIVE=1 SURE NTFS WIN7", "", 5, "\r\nFormatting as NTFS is not available in this version!"},
-      {"8G", "DRIVE=1 SURE EXFAT BOOTMGR", "", 5, "\r\nFormatting as exFAT is not available in this version!"},
       {"12M", "DRIVE=1 SURE", "", 3,
        "\r\nCannot find drive 1\r\nPlease ensure you have specified DRIVE=n where n is a NUMBER not a letter - add "
        "ALLDRIVES for non-USB drives."},

@@ -94,6 +94,52 @@ int MachineDouble::ShowBox(std::string_view text, int /*buttons*/, std::string_v
   return answer;
 }
 
+void MachineDouble::FormatVolume(const std::string& root, std::uint32_t media, const std::string& file_system,
+                                 const std::string& label, const FormatCallback& callback) {
+  formats.push_back(root + " " + std::to_string(media) + " " + file_system + " " + label);
+  if (!format_statuses) {
+    SimulatedMachine::FormatVolume(root, media, file_system, label, callback);
+    return;
+  }
+  for (const std::uint32_t status : *format_statuses) {
+    callback(status, 0, 0);
+  }
+}
+
+Handle MachineDouble::StartProcess(const std::string& command) {
+  started.push_back(command);
+  return starts ? NewHandle() : kInvalidHandle;
+}
+
+bool MachineDouble::QueryExitCode(Handle /*process*/, std::uint32_t& code) {
+  if (exit_codes.empty()) {
+    return false;
+  }
+  code = exit_codes.front();
+  exit_codes.pop_front();
+  return true;
+}
+
+std::vector<std::vector<std::string>> MachineDouble::QueryManagement(const std::string& query, bool /*forward_only*/,
+                                                                     const std::vector<std::string>& properties) {
+  std::vector<std::vector<std::string>> rows;
+  for (Object& object : (*objects)[query]) {
+    std::vector<std::string>& row = rows.emplace_back();
+    std::transform(properties.begin(), properties.end(), std::back_inserter(row),
+                   [&](const std::string& property) { return object[property]; });
+  }
+  return rows;
+}
+
+bool MachineDouble::ReadRegistry(const std::string& path, std::string& value) {
+  const auto found = registry.find(path);
+  if (found == registry.end()) {
+    return Outcome(kErrorFileNotFound);
+  }
+  value = found->second;
+  return Outcome(kErrorNone);
+}
+
 Handle MachineDouble::Open(const std::string& path, const OpenMode& mode) {
   return Enter({CallKind::kOpen}) ? SimulatedMachine::Open(path, mode) : kInvalidHandle;
 }
@@ -110,11 +156,13 @@ bool MachineDouble::Seek(Handle handle, std::int64_t position) {
 
 bool MachineDouble::Read(Handle handle, ByteSpan buffer, std::uint32_t& moved) {
   moved = 0;
+  clock += transfer_time;
   return Enter(TransferCall(CallKind::kRead, handle, buffer.size())) && SimulatedMachine::Read(handle, buffer, moved);
 }
 
 bool MachineDouble::Write(Handle handle, ConstByteSpan buffer, std::uint32_t& moved) {
   moved = 0;
+  clock += transfer_time;
   return Enter(TransferCall(CallKind::kWrite, handle, buffer.size())) && SimulatedMachine::Write(handle, buffer, moved);
 }
 

@@ -59,19 +59,57 @@ class MachineDouble : public SimulatedMachine {
   std::vector<std::uint8_t> DriveBytes(int number, std::uint64_t lba, std::uint64_t sectors);
   void SetDriveBytes(int number, std::uint64_t lba, const std::vector<std::uint8_t>& bytes);
 
-  std::string console;              // all that went to standard output
-  std::vector<std::string> boxes;   // texts of the message boxes
-  std::deque<int> answers;          // to the next boxes; OK when it is empty
-  std::uint64_t waited = 0;         // milliseconds
-  std::vector<std::string> closed;  // titles that CloseShellDialog was given
-  std::vector<Call> calls;          // in order, failed ones too
+  std::string console;             // all that went to standard output
+  std::vector<std::string> boxes;  // texts of the message boxes
+  std::deque<int> answers;         // to the next boxes; OK when it is empty
+  std::uint64_t waited = 0;        // milliseconds
+  SystemVersion version{};
+  std::uint32_t drive_type = 0;  // of every root; 0: as it is
+  // The statuses that the format service gives in place of a format; without them it is the simulated machine's.
+  std::optional<std::vector<std::uint32_t>> format_statuses;
+  std::vector<std::string> formats;      // what the service was asked for: root, media, file system, label
+  std::vector<std::string> started;      // command lines of other programs
+  std::deque<std::uint32_t> exit_codes;  // as polls see them in turn; behind the last they fail
+  bool starts = true;                    // whether other programs do
+  std::vector<std::string> closed;       // titles that CloseShellDialog was given
+  std::vector<Call> calls;               // in order, failed ones too
+
+  // The clock, in milliseconds, and what each read and write takes of it.
+  std::uint64_t clock = 0;
+  std::uint32_t transfer_time = 0;
+  // What the machine says of itself: the objects that queries find, with their properties; no value, no management
+  // service. The registry by full path.
+  using Object = std::map<std::string, std::string>;
+  std::optional<std::map<std::string, std::vector<Object>>> objects;
+  std::map<std::string, std::string> registry;
+  bool wow64 = false;
+  char decimal_sign = '.';
+  std::string program_folder = ".";
 
   [[noreturn]] void Exit(std::int32_t level) override { throw RunEnded{level}; }
   bool WriteText(Handle output, std::string_view text) override;
   int ShowBox(std::string_view text, int buttons, std::string_view title) override;
   void CloseShellDialog(std::string_view title) override { closed.emplace_back(title); }
   void Wait(std::uint32_t milliseconds) override { waited += milliseconds; }
+  SystemVersion Version() override { return version; }
+  std::uint32_t DriveType(const std::string& root) override {
+    return drive_type != 0 ? drive_type : SimulatedMachine::DriveType(root);
+  }
+  void FormatVolume(const std::string& root, std::uint32_t media, const std::string& file_system,
+                    const std::string& label, const FormatCallback& callback) override;
+  Handle StartProcess(const std::string& command) override;
+  bool QueryExitCode(Handle process, std::uint32_t& code) override;
+  std::uint32_t TickCount() override { return static_cast<std::uint32_t>(clock); }
+  std::int64_t CalendarSeconds() override { return static_cast<std::int64_t>(clock / 1000); }
   std::string DateTimeText() override { return "2024-01-02 03:04:05"; }
+  std::string PathBesideProgram(const std::string& name) override { return program_folder + "/" + name; }
+  std::string ProgramFolder() override { return program_folder; }
+  bool BindManagement() override { return objects.has_value(); }
+  std::vector<std::vector<std::string>> QueryManagement(const std::string& query, bool forward_only,
+                                                        const std::vector<std::string>& properties) override;
+  bool ReadRegistry(const std::string& path, std::string& value) override;
+  bool IsWow64() override { return wow64; }
+  char DecimalSign() override { return decimal_sign; }
 
   Handle Open(const std::string& path, const OpenMode& mode) override;
   Handle OpenFile(const std::string& path, const OpenMode& mode) override;
@@ -83,6 +121,10 @@ class MachineDouble : public SimulatedMachine {
   bool Control(Handle handle, ControlCode code) override;
   bool ScsiCommand(Handle handle, ConstByteSpan cdb, ByteSpan data, std::uint32_t& returned) override;
 
+ protected:
+  // Logs the call; false when it is to fail, with the last error set.
+  virtual bool Enter(const Call& call);
+
  private:
   struct Fault {
     int calls_left;
@@ -90,8 +132,6 @@ class MachineDouble : public SimulatedMachine {
     bool from_there_on;
   };
 
-  // Logs the call; false when it is to fail, with the last error set.
-  bool Enter(const Call& call);
   Call TransferCall(CallKind kind, Handle handle, std::size_t bytes);
 
   std::map<CallKind, Fault> faults_;

@@ -10,7 +10,11 @@
 #include "disk/handles.h"
 #include "disk/sector_io.h"
 #include "disk/volumes.h"
+#include "drivetest/quick_test.h"
+#include "drivetest/speed_test.h"
+#include "format/format_service.h"
 #include "format/images/boot_images.h"
+#include "host/host_description.h"
 #include "partition/mbr_builder.h"
 #include "transfer/file_header.h"
 
@@ -25,7 +29,8 @@ void ResetOptions() {
   BootType.clear();
   for (bool* flag : {&WantBootCode, &UseFat16,        &UseFat32, &UseNtfs,    &UseExfat,    &UseGrub4Dos, &OptZip,
                      &OptChs,       &Opt2Ptn,         &Opt2Mbr,  &OptNoAct,   &OptForceLba, &OptUsbFdd,   &OptAllDrives,
-                     &OptSure,      &OptWriteMbrOnly, &OptDebug, &OptNoWrite, &NoConsole,   &DumpParsedOk}) {
+                     &OptSure,      &OptWriteMbrOnly, &OptDebug, &OptNoWrite, &NoConsole,   &DumpParsedOk,
+                     &FormatOk,     &FormatFailed}) {
     *flag = false;
   }
 }
@@ -42,7 +47,7 @@ void ResetProgram(MachineDouble& machine) {
   DumpText.clear();
   BinArray.fill(0);
   LastSectorLba = 0;
-  LastTransferBytes = LastDllError = 0;
+  LastTransferBytes = LastDllError = FormatStatus = 0;
   LastErrorText.clear();
   FileName.clear();
   FilePath.clear();
@@ -55,6 +60,9 @@ void ResetProgram(MachineDouble& machine) {
   FoundDriveSize = 0;
   DriveListDesc.fill("");
   DriveListSize.fill(0);
+  BadCount = 0;
+  BadBlockTable.fill({});
+  CsvSeparator = HostPcText = HostOsText = "";
   StartLba = GeomHeads = GeomSpt = 0;
   PartStartLba = PartSectors = DriveSectors = SecondPartLba = 0;
 }

@@ -10,7 +10,7 @@ constexpr auto kLines = std::to_array<std::string_view>({
     "Host options stand in front of the command line, which is all that follows them.",
     "",
     "  --drive N=FILE[,OPTION...]  attach the image file FILE as physical drive N (0 to 98); repeatable.",
-    "      Without any --drive the program sees no drive at all: this version reaches image files only.",
+    "      With any --drive the program sees attached drives only, and no real one can be touched.",
     "      FILE is a regular file without a comma in its name, and in use by no other run. Options:",
     "",
     "      size=SIZE         create the file, or grow it, to SIZE; what is larger already is an error",

@@ -183,9 +183,9 @@ Handle HostMachine::StartProcess(const std::string& /*command*/) {
 
 bool HostMachine::QueryExitCode(Handle /*process*/, std::uint32_t& /*code*/) { return Outcome(kErrorInvalidHandle); }
 
-std::vector<std::vector<std::string>> HostMachine::QueryManagement(const std::string& /*query*/, bool /*forward_only*/,
-                                                                   const std::vector<std::string>& /*properties*/) {
-  return {};
+std::vector<std::vector<std::string>> HostMachine::QueryManagement(const std::string& query, bool /*forward_only*/,
+                                                                   const std::vector<std::string>& properties) {
+  return SystemObjects(settings_.root, query, properties);
 }
 
 bool HostMachine::ReadRegistry(const std::string& /*path*/, std::string& /*value*/) {

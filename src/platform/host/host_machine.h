@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/host/host_description.h"
 #include "platform/host/host_file.h"
 #include "platform/host/host_system.h"
 #include "platform/platform.h"
@@ -19,7 +20,8 @@
 struct HostSettings {
   std::string command_line;  // as typed, in the system's own encoding
   std::optional<std::uint64_t> seed;
-  bool no_wait = false;  // waits only put the clock on
+  bool no_wait = false;    // waits only put the clock on
+  std::string root = "/";  // folder, with its slash, under which the system's description is looked up
 };
 
 // The answer that a line of input gives to a box: ok, o, yes, y, no and n in any case, with blanks around them;
@@ -69,12 +71,12 @@ class HostMachine : public Platform {
   Handle StartProcess(const std::string& command) override;
   bool QueryExitCode(Handle process, std::uint32_t& code) override;
 
-  bool BindManagement() override { return false; }
+  bool BindManagement() override { return SystemDescribesItself(); }
   std::vector<std::vector<std::string>> QueryManagement(const std::string& query, bool forward_only,
                                                         const std::vector<std::string>& properties) override;
   bool ReadRegistry(const std::string& path, std::string& value) override;
   bool IsWow64() override { return false; }
-  char DecimalSign() override { return '.'; }
+  char DecimalSign() override { return SystemDecimalSign(); }
 
  protected:
   // Standard output's handle; what a machine opens gets higher ones.

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string_view>
 
+#include "platform/simulated/format_volume.h"
 #include "platform/simulated/volume_table.h"
 
 namespace {
@@ -263,8 +264,21 @@ bool SimulatedMachine::QueryVolumeSize(const std::string& name, std::uint64_t& b
   return Outcome(size ? kErrorNone : kErrorNotReady);
 }
 
-void SimulatedMachine::FormatVolume(const std::string& /*root*/, std::uint32_t /*media*/,
-                                    const std::string& /*file_system*/, const std::string& /*label*/,
-                                    const FormatCallback& /*callback*/) {
-  Outcome(kErrorFileNotFound);
+bool SimulatedMachine::InUse(const Volume& volume) const {
+  return std::any_of(items_.begin(), items_.end(), [&](const auto& entry) {
+    const OpenItem& item = entry.second;
+    return item.access != 0 && item.number == volume.drive && (item.volume == 0 || item.volume == volume.index);
+  });
+}
+
+void SimulatedMachine::FormatVolume(const std::string& root, std::uint32_t /*media*/, const std::string& file_system,
+                                    const std::string& label, const FormatCallback& callback) {
+  const Volume* volume = volumes_.WithLetter(LetterOf(root, ":"));
+  std::optional<std::uint32_t> status = kFormatVolumeInUse;
+  if (volume != nullptr && !InUse(*volume)) {
+    status = FormatSimulatedVolume(*DriveOf(volume->drive), volume->position, volume->bytes, {file_system, label});
+  }
+  if (status) {
+    callback(*status, 0, 0);
+  }
 }

@@ -64,6 +64,8 @@ class SimulatedMachine : public HostMachine {
 
  private:
   bool FindItem(const std::string& path, OpenItem& item);
+  // Whether the volume, or its drive, is open for more than queries.
+  bool InUse(const Volume& volume) const;
   // Whether `item` may move `bytes` at its position with this access.
   ErrorCode CheckTransfer(const OpenItem& item, std::uint32_t access, std::uint64_t bytes) const;
 

@@ -27,6 +27,16 @@ std::string SystemNameOf(const Volume& volume) {
 }
 
 void SimulatedVolumes::Refresh(int number, SimulatedDrive& drive) {
+  const std::uint64_t sector_bytes = drive.Traits().sector_bytes;
+  std::vector<VolumePlace> places;
+  for (const VolumeExtent& extent : ReadVolumeExtents(drive)) {
+    places.push_back({static_cast<std::uint32_t>(places.size() + 1), extent.first_sector * sector_bytes,
+                      extent.sectors * sector_bytes});
+  }
+  Refresh(number, places, drive.Traits().removable);
+}
+
+void SimulatedVolumes::Refresh(int number, const std::vector<VolumePlace>& places, bool removable) {
   std::vector<char> letters;  // of the drive's volumes up to now
   for (const Volume& volume : volumes_) {
     if (volume.drive == number) {
@@ -34,12 +44,9 @@ void SimulatedVolumes::Refresh(int number, SimulatedDrive& drive) {
     }
   }
   std::erase_if(volumes_, [=](const Volume& volume) { return volume.drive == number; });
-  const std::vector<VolumeExtent> extents = ReadVolumeExtents(drive);
-  letters.resize(extents.size());  // those of volumes that are gone are free from here on
-  const std::uint64_t sector_bytes = drive.Traits().sector_bytes;
-  for (std::size_t i = 0; i < extents.size(); ++i) {
-    volumes_.push_back({number, static_cast<std::uint32_t>(i + 1), extents[i].first_sector * sector_bytes,
-                        extents[i].sectors * sector_bytes, letters[i], drive.Traits().removable});
+  letters.resize(places.size());  // those of volumes that are gone are free from here on
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    volumes_.push_back({number, places[i].index, places[i].position, places[i].bytes, letters[i], removable});
   }
   for (Volume& volume : volumes_) {
     if (volume.drive == number && volume.letter == 0) {

@@ -17,11 +17,20 @@ struct Volume {
   bool removable;
 };
 
+// A volume as a table describes it, in bytes.
+struct VolumePlace {
+  std::uint32_t index;
+  std::uint64_t position;
+  std::uint64_t bytes;
+};
+
 class SimulatedVolumes {
  public:
-  // Reads a drive's tables again. Its k-th volume keeps the letter that the k-th volume had; the letters of those that
-  // are gone are free, and new ones get the lowest free letter from D, in their order, or none behind Z.
+  // Reads a drive's tables again.
   void Refresh(int number, SimulatedDrive& drive);
+  // Takes what a drive's tables describe now. Its k-th volume keeps the letter that the k-th volume had; the letters of
+  // those that are gone are free, and new ones get the lowest free letter from D, in their order, or none behind Z.
+  void Refresh(int number, const std::vector<VolumePlace>& places, bool removable);
 
   const std::vector<Volume>& All() const { return volumes_; }
   // Null where there is none; a letter in either case.

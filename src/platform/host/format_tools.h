@@ -1,0 +1,20 @@
+// The tools of a POSIX system that make the file systems which the program leaves to the platform: mkfs.exfat and
+// mkntfs.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+struct FormatJob {
+  std::string file_system;         // "EXFAT" or "NTFS"
+  std::string label;               // in code page 1252; empty for none
+  std::uint64_t first_sector = 0;  // of the volume on its drive, in sectors of 512 bytes
+};
+
+// Makes an empty file system, quickly and with the tool's own choice of the cluster size, on the file or block device
+// behind `descriptor`, which is open for reading and writing, lies above the standard ones and is as long as the
+// volume. The tool opens it anew, of a block device exclusively. It is looked for in the absolute folders of PATH and
+// then in /usr/sbin and /sbin; where PATH is set and empty, nowhere. It is silent, inherits no other descriptor and
+// ends with this process. The volume knows its place on the drive: exFAT in both boot regions, NTFS with tracks of 63
+// sectors and 255 heads. False where the tool is missing or fails, whatever is on the volume then.
+bool MakeFileSystem(int descriptor, const FormatJob& job);

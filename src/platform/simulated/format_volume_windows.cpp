@@ -1,0 +1,7 @@
+#include "platform/simulated/format_volume.h"
+
+// The tools belong to other systems.
+std::optional<std::uint32_t> FormatSimulatedVolume(SimulatedDrive& /*drive*/, std::uint64_t /*position*/,
+                                                   std::uint64_t /*bytes*/, FormatJob /*job*/) {
+  return std::nullopt;
+}

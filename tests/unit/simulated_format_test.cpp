@@ -1,0 +1,105 @@
+// The format service of the simulated machine, with the system's own tools on drives in memory.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "platform/byte_order.h"
+#include "platform/simulated/simulated_machine.h"
+#include "support/memory_store.h"
+
+namespace {
+
+constexpr std::uint64_t kSector = 512;
+constexpr std::uint64_t kDriveBytes = 64ULL << 20;
+constexpr std::uint64_t kStart = 2048;
+constexpr std::uint64_t kSectors = 100'001;
+
+// A drive with one partition, as drive 1.
+std::vector<AttachedDrive> PartitionedDrive(const DriveTraits& traits) {
+  auto store = std::make_unique<MemoryStore>(kDriveBytes);
+  std::vector<std::uint8_t> record(kSector);
+  record[446 + 4] = 0x0E;
+  Store32(&record[446 + 8], kStart);
+  Store32(&record[446 + 12], kSectors);
+  record[510] = 0x55;
+  record[511] = 0xAA;
+  store->Write(0, record);
+  std::vector<AttachedDrive> drives;
+  drives.push_back({1, std::make_unique<SimulatedDrive>(traits, std::move(store))});
+  return drives;
+}
+
+using Statuses = std::vector<std::uint32_t>;
+
+Statuses Format(SimulatedMachine& machine, const std::string& file_system, const std::string& root = "D:") {
+  Statuses statuses;
+  machine.FormatVolume(root, kMediaRemovable, file_system, "LABEL", [&](std::uint32_t status, auto, auto) {
+    statuses.push_back(status);
+    return 1U;
+  });
+  return statuses;
+}
+
+TEST(SimulatedFormat, AnswersWithItsStatus) {
+  constexpr SectorRange kFirstFatSector{kStart + 2048, kStart + 2048};
+  constexpr SectorRange kBehind{kStart + kSectors, kStart + kSectors};
+  const struct {
+    std::string label;
+    bool read_only;
+    std::vector<SectorRange> bad;
+    std::string opened;  // for the time of the format, with this access
+    std::uint32_t access;
+    std::string root;
+    Statuses statuses;
+  } cases[] = {
+      {"free", false, {}, "", 0, "D:", {0x0B}},
+      {"queried", false, {}, "\\\\.\\D:", 0, "D:", {0x0B}},
+      {"volume open", false, {}, "\\\\.\\D:", kAccessRead, "D:", {0x08}},
+      {"drive open", false, {}, "\\\\.\\PhysicalDrive1", kAccessReadWrite, "D:", {0x08}},
+      {"gone", false, {}, "", 0, "E:", {0x08}},
+      {"protected", true, {}, "", 0, "D:", {0x07}},
+      {"bad sector", false, {kFirstFatSector}, "", 0, "D:", {}},
+      {"bad sector behind", false, {kBehind}, "", 0, "D:", {0x0B}},
+  };
+  for (const auto& row : cases) {
+    DriveTraits traits;
+    traits.read_only = row.read_only;
+    traits.bad_reads = traits.bad_writes = row.bad;
+    SimulatedMachine machine({}, PartitionedDrive(traits));
+    if (!row.opened.empty()) {
+      ASSERT_NE(machine.Open(row.opened, {row.access, kShareReadWrite, kOpenExisting, 0}), kInvalidHandle);
+    }
+    EXPECT_EQ(Format(machine, "EXFAT", row.root), row.statuses) << row.label;
+  }
+}
+
+TEST(SimulatedFormat, HasNoStatusWithoutTheTool) {
+  const std::string path = std::getenv("PATH");
+  for (const auto& [folders, statuses] :
+       std::vector<std::pair<std::string, Statuses>>{{"", {}}, {"/nowhere", {0x0B}}, {"bin:relative/folder", {0x0B}}}) {
+    setenv("PATH", folders.c_str(), 1);
+    SimulatedMachine machine({}, PartitionedDrive({}));
+    EXPECT_EQ(Format(machine, "NTFS"), statuses) << folders;
+  }
+  setenv("PATH", path.c_str(), 1);
+}
+
+TEST(SimulatedFormat, WritesThroughTheDrive) {
+  constexpr std::uint64_t kMemory = 16ULL << 20;
+  DriveTraits traits;
+  traits.bytes = kDriveBytes;
+  traits.wrap_bytes = kMemory;
+  SimulatedMachine machine({}, PartitionedDrive(traits));
+  EXPECT_EQ(Format(machine, "NTFS"), Statuses{0x0B});
+  // The copy of the boot sector at the volume's end went where the memory ends up.
+  std::vector<std::uint8_t> first(kSector);
+  std::vector<std::uint8_t> last(kSector);
+  machine.DriveOf(1)->Read(kStart * kSector, first);
+  machine.DriveOf(1)->Read((kStart + kSectors - 1) * kSector % kMemory, last);
+  EXPECT_EQ(first, last);
+  EXPECT_EQ(LoadLittle(&first[0x28], 8), kSectors - 1);
+}
+
+}  // namespace
