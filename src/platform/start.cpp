@@ -7,6 +7,7 @@
 #include "platform/host/host_options.h"
 #include "platform/host/host_system.h"
 #include "platform/simulated/simulated_machine.h"
+#include "platform/system_machine.h"
 
 namespace {
 
@@ -47,7 +48,9 @@ Platform& StartPlatform(int argc, char** argv) {
     EndWithProblem(problem);
   }
   HostSettings settings{CommandLineBehind(arguments, options.consumed), options.seed, options.no_wait};
-  // The one machine of the run; it goes with the process.
-  static const auto machine = std::make_unique<SimulatedMachine>(std::move(settings), std::move(drives));
+  // The one machine of the run; it goes with the process. With an attached drive no real one can be reached.
+  static const std::unique_ptr<Platform> machine =
+      drives.empty() ? SystemMachine(std::move(settings))
+                     : std::make_unique<SimulatedMachine>(std::move(settings), std::move(drives));
   return *machine;
 }
