@@ -168,13 +168,15 @@ TEST(ServiceFormats, PrintTheirTexts) {
   };
   for (const auto& row : cases) {
     const ScratchFolder folder;
-    const RunResult run = RunOnDrive(folder.File("usb.img"), "size=100M,fixed", "DRIVE=1 SURE CHS " + row.line);
-    EXPECT_NE(run.out.find("\r\nClearing out old VBRs (LBA 1-100)" + row.printed +
-                           "\r\nBoot sector code updated OK"
-                           "\r\n\r\nINFO: This device is classed as a Fixed Disk by Windows."
-                           "\r\nRemounting drive 1\r\nOperation completed OK\r\n\r\n\r\n"),
-              std::string::npos)
-        << run.out;
+    for (const std::string state : {"blank drive", "drive with a volume that is held meanwhile"}) {
+      const RunResult run = RunOnDrive(folder.File("usb.img"), "size=100M,fixed", "DRIVE=1 SURE CHS " + row.line);
+      EXPECT_NE(run.out.find("\r\nClearing out old VBRs (LBA 1-100)" + row.printed +
+                             "\r\nBoot sector code updated OK"
+                             "\r\n\r\nINFO: This device is classed as a Fixed Disk by Windows."
+                             "\r\nRemounting drive 1\r\nOperation completed OK\r\n\r\n\r\n"),
+                std::string::npos)
+          << state << run.out;
+    }
   }
 }
 

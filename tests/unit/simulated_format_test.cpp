@@ -2,12 +2,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "platform/byte_order.h"
+#include "platform/exfat_checksum.h"
 #include "platform/simulated/simulated_machine.h"
 #include "support/memory_store.h"
+#include "support/run.h"
 
 namespace {
 
@@ -75,15 +78,33 @@ TEST(SimulatedFormat, AnswersWithItsStatus) {
   }
 }
 
-TEST(SimulatedFormat, HasNoStatusWithoutTheTool) {
+TEST(SimulatedFormat, FindsTheToolInAbsoluteFolders) {
+  const ScratchFolder folder;
+  WriteBytes(folder.File("mkntfs"), 0, "#!/bin/sh\nexit 1\n");
+  std::filesystem::permissions(folder.File("mkntfs"), std::filesystem::perms::owner_all);
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder.File(""));
   const std::string path = std::getenv("PATH");
-  for (const auto& [folders, statuses] :
-       std::vector<std::pair<std::string, Statuses>>{{"", {}}, {"/nowhere", {0x0B}}, {"bin:relative/folder", {0x0B}}}) {
+  for (const auto& [folders, statuses] : std::vector<std::pair<std::string, Statuses>>{
+           {"", {}}, {"/nowhere", {0x0B}}, {".::", {0x0B}}, {"/nowhere:" + folder.File(""), {}}}) {
     setenv("PATH", folders.c_str(), 1);
     SimulatedMachine machine({}, PartitionedDrive({}));
     EXPECT_EQ(Format(machine, "NTFS"), statuses) << folders;
   }
   setenv("PATH", path.c_str(), 1);
+  std::filesystem::current_path(before);
+}
+
+TEST(SimulatedFormat, TellsTheVolumeItsPlace) {
+  SimulatedMachine machine({}, PartitionedDrive({}));
+  EXPECT_EQ(Format(machine, "EXFAT"), Statuses{0x0B});
+  std::vector<std::uint8_t> regions(2 * kExfatRegionBytes);
+  machine.DriveOf(1)->Read(kStart * kSector, regions);
+  EXPECT_EQ(LoadLittle(&regions[0x40], 8), kStart);
+  EXPECT_TRUE(std::equal(regions.begin(), regions.begin() + kExfatRegionBytes, regions.begin() + kExfatRegionBytes));
+  const std::vector<std::uint8_t> placed = regions;
+  StoreExfatChecksum(regions);
+  EXPECT_EQ(placed, regions);
 }
 
 TEST(SimulatedFormat, WritesThroughTheDrive) {
