@@ -92,10 +92,10 @@ std::string HeaderRow(const std::string& separator) {
 
 std::string SpeedRow(const std::string& separator, const std::string& direction, const std::string& mebi,
                      const std::string& mega) {
-  // The host's two texts are joined by a comma in both files, and stand there with the commas of their own.
+  // Joined by a comma in both files; the texts keep the commas of their own.
+  const std::string host = HostOsText + "," + HostPcText;
   std::string row = DriveModel;
-  for (const std::string& field :
-       {PlainNumber(DriveReportedBytes >> 20), HostOsText + "," + HostPcText, direction, mebi, mega}) {
+  for (const std::string& field : {PlainNumber(DriveReportedBytes >> 20), host, direction, mebi, mega}) {
     row += separator + field;
   }
   return row + "\r\n";

@@ -27,17 +27,17 @@ void ResetOptions() {
   SizeLimit = 0;
   FirstPart = 0;
   BootType.clear();
-  for (bool* flag : {&WantBootCode, &UseFat16,        &UseFat32, &UseNtfs,    &UseExfat,    &UseGrub4Dos, &OptZip,
-                     &OptChs,       &Opt2Ptn,         &Opt2Mbr,  &OptNoAct,   &OptForceLba, &OptUsbFdd,   &OptAllDrives,
-                     &OptSure,      &OptWriteMbrOnly, &OptDebug, &OptNoWrite, &NoConsole,   &DumpParsedOk,
-                     &FormatOk,     &FormatFailed}) {
+  for (bool* flag :
+       {&WantBootCode, &UseFat16,   &UseFat32,  &UseNtfs,      &UseExfat,  &UseGrub4Dos,  &OptZip,  &OptChs,
+        &Opt2Ptn,      &Opt2Mbr,    &OptNoAct,  &OptForceLba,  &OptUsbFdd, &OptAllDrives, &OptSure, &OptWriteMbrOnly,
+        &OptDebug,     &OptNoWrite, &NoConsole, &DumpParsedOk, &FormatOk,  &FormatFailed}) {
     *flag = false;
   }
 }
 
 }  // namespace
 
-void ResetProgram(MachineDouble& machine) {
+void ResetProgram(Platform& machine) {
   port = &machine;
   ResetOptions();
   LastOpenError = 0;
@@ -67,7 +67,7 @@ void ResetProgram(MachineDouble& machine) {
   PartStartLba = PartSectors = DriveSectors = SecondPartLba = 0;
 }
 
-std::int32_t RunMain(MachineDouble& machine) {
+std::int32_t RunMain(Platform& machine) {
   ResetProgram(machine);
   try {
     Main();

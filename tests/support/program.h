@@ -6,7 +6,7 @@
 #include "support/machine_double.h"
 
 // Puts every program-wide value back to what it is when the process starts, and the machine behind the port.
-void ResetProgram(MachineDouble& machine);
+void ResetProgram(Platform& machine);
 
 // Resets the program and runs Main; returns the level that the run ended with.
-std::int32_t RunMain(MachineDouble& machine);
+std::int32_t RunMain(Platform& machine);

@@ -105,8 +105,8 @@ RunResult RunKorventix(std::vector<std::string> arguments, std::string_view inpu
   return RunCommand(arguments, input);
 }
 
-ScratchFolder::ScratchFolder() {
-  std::string name = (std::filesystem::temp_directory_path() / "korventix-test-XXXXXX").string();
+ScratchFolder::ScratchFolder(const std::filesystem::path& parent) {
+  std::string name = (parent / "korventix-test-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) {
     throw std::runtime_error("cannot make a scratch folder");
   }

@@ -21,7 +21,7 @@ RunResult RunKorventix(std::vector<std::string> arguments, std::string_view inpu
 // A folder of its own that is gone with the object.
 class ScratchFolder {
  public:
-  ScratchFolder();
+  explicit ScratchFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
   ~ScratchFolder();
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;

@@ -125,6 +125,8 @@ bool DriveMachine::Write(Handle handle, ConstByteSpan buffer, std::uint32_t& mov
   return Outcome(code);
 }
 
+bool DriveMachine::Flush(Handle handle) { return ItemOf(handle) != nullptr || HostMachine::Flush(handle); }
+
 bool DriveMachine::LockRange(Handle handle, std::uint64_t /*position*/, std::uint64_t /*bytes*/) {
   return ItemOf(handle) != nullptr;
 }

@@ -8,7 +8,37 @@ namespace {
 
 HANDLE SystemHandle(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
 
-ErrorCode LastCode() { return static_cast<ErrorCode>(GetLastError()); }
+// The last error as one of those that machines report.
+ErrorCode LastCode() {
+  switch (GetLastError()) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_INVALID_NAME:
+    case ERROR_BAD_NETPATH:
+    case ERROR_BAD_NET_NAME:
+    case ERROR_FILENAME_EXCED_RANGE:
+      return kErrorFileNotFound;
+    case ERROR_ACCESS_DENIED:
+      return kErrorAccessDenied;
+    case ERROR_WRITE_PROTECT:
+      return kErrorWriteProtected;
+    case ERROR_NOT_READY:
+      return kErrorNotReady;
+    case ERROR_CRC:
+      return kErrorCrc;
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_LOCK_VIOLATION:
+    case ERROR_USER_MAPPED_FILE:
+      return kErrorSharingViolation;
+    case ERROR_INVALID_PARAMETER:
+      return kErrorInvalidParameter;
+    case ERROR_DISK_FULL:
+    case ERROR_HANDLE_DISK_FULL:
+      return kErrorDiskFull;
+    default:
+      return kErrorIoDevice;
+  }
+}
 
 // A drive or volume, by whatever name, has no file information; consoles and pipes are of another type.
 bool IsRegular(HANDLE handle) {

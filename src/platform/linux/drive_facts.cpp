@@ -54,7 +54,9 @@ std::vector<Partition> ReadPartitions(const fs::path& folder) {
   for (fs::directory_iterator entry(folder, error); !error && entry != fs::directory_iterator();
        entry.increment(error)) {
     const std::string path = entry->path().native();
-    if (const auto number = static_cast<std::uint32_t>(NumberIn(path + "/partition")); number != 0) {
+    const bool named_after_drive = entry->path().filename().native().starts_with(folder.filename().native());
+    const auto number = static_cast<std::uint32_t>(named_after_drive ? NumberIn(path + "/partition") : 0);
+    if (number != 0) {
       partitions.push_back({number, entry->path().filename(), FirstLine(path + "/dev"),
                             NumberIn(path + "/start") * kBlockBytes, NumberIn(path + "/size") * kBlockBytes});
     }

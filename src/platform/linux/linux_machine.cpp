@@ -82,8 +82,6 @@ bool LinuxMachine::Seek(Handle handle, std::int64_t position) {
   return DriveMachine::Seek(handle, position);
 }
 
-bool LinuxMachine::Flush(Handle handle) { return ItemOf(handle) != nullptr || HostMachine::Flush(handle); }
-
 bool LinuxMachine::Control(Handle handle, ControlCode code) {
   const OpenItem* item = ItemOf(handle);
   if (item == nullptr) {

@@ -19,8 +19,6 @@ class LinuxMachine : public DriveMachine {
   // is one for a mode: it holds the drive to the end of the run, and fails with kErrorSharingViolation while another
   // run does.
   bool Seek(Handle handle, std::int64_t position) override;
-  // Nothing is left to do: a write returns when the medium has the bytes.
-  bool Flush(Handle handle) override;
   // Locking or dismounting a volume claims its whole drive for the rest of the run; unlocking changes nothing.
   bool Control(Handle handle, ControlCode code) override;
   bool QueryBusType(Handle handle, std::uint8_t& bus) override;

@@ -50,4 +50,9 @@ void LinuxSystem::Pause(std::uint32_t milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
-void LinuxSystem::Complain(const std::string& text) { std::fprintf(stderr, "korventix: %s\n", text.c_str()); }
+void LinuxSystem::Complain(const std::string& text) {
+  if (!complained_) {
+    std::fprintf(stderr, "korventix: %s\n", text.c_str());
+  }
+  complained_ = true;
+}

@@ -67,9 +67,10 @@ class LinuxSystem {
   virtual int Unmount(const Mount& mount, bool only_ask);
 
   virtual void Pause(std::uint32_t milliseconds);
-  // A line on standard error.
+  // A line on standard error; only the first of a run.
   virtual void Complain(const std::string& text);
 
  private:
   Roots roots_;
+  bool complained_ = false;
 };
