@@ -18,7 +18,7 @@ std::string MasterBootRecord(std::uint32_t first_lba, std::uint32_t sectors) {
 }
 
 std::string ExfatBootCode(bool for_grldr) {
-  constexpr std::size_t kBytes = 12 * kSectorBytes;
+  constexpr std::size_t kBytes = std::size_t{12} * kSectorBytes;
   constexpr std::string_view kName = "GRLDR";
   BootMgrEXFAT_Code();
   std::string code(BinArray.begin(), BinArray.begin() + kBytes);

@@ -23,6 +23,7 @@ constexpr std::size_t kVolumesOwn = 0x79;  // bytes of the boot sector
 constexpr std::size_t kUsualBytes = 300001;
 constexpr std::uint64_t kSectorsOf8Gb = 16450560;  // 1024 x 255 x 63, where CHS calls end
 constexpr std::uint64_t kWide = 1ULL << 32U;       // the first sector that takes more than 32 bits
+constexpr char kHlt = '\xF4';                      // what formatters fill boot code with
 const std::string kBigIde = kIde + ",lcyls=1024,lheads=255,lsecs=63";
 const std::string kZipIde = kIde + ",lcyls=1024,lheads=64,lsecs=32";
 const std::string kRestart = "\r\nPress any key to restart\r\n<key><int19>";
@@ -128,7 +129,7 @@ TEST(ExfatBoot, LoadsTheFileFromWhereverItIs) {
       {"behind 8 GB, each cluster apart", 32768, 20 * kGib, 30000000, 7, true},
       {"over the end of 28-bit addresses", 131072, 150 * kGib, (1U << 28U) - 200, 1, true},
       {"over the end of 32-bit addresses", 131072, 2100 * kGib, kWide - 200, 1, false},
-      {"behind it, backwards", 131072, 2100 * kGib, kWide + 5000, -3, true},
+      {"behind it, backwards", 131072, 2100 * kGib, kWide + 10000000, -3, true},
   };
   for (const PlaceCase& c : cases) {
     SCOPED_TRACE(c.label);
@@ -253,7 +254,6 @@ TEST(ExfatBoot, TakesTheVolumesDriveNumberWhereTheBiosGivesNone) {
 // The volume's jump leads to byte 78h, of which the formatter makes what it likes.
 TEST(ExfatBoot, BearsWhatStandsInFrontOfIt) {
   constexpr std::size_t kFirstOfCode = 0x78;
-  constexpr unsigned kHlt = 0xF4;
   const ExfatDrive drive;
   const std::string loader = PutLoader(drive);
   for (const unsigned byte : {0x33U, 0x8BU, 0xFAU}) {
@@ -261,7 +261,7 @@ TEST(ExfatBoot, BearsWhatStandsInFrontOfIt) {
     SetBootField(drive, kFirstOfCode, Little(byte, 1));
     ExpectBoots(drive, loader);
   }
-  SetBootField(drive, kFirstOfCode, Little(kHlt, 1));
+  SetBootField(drive, kFirstOfCode, std::string(1, kHlt));
   const std::string stub = StubLoader(kUsualBytes);
   WriteFile(drive, {100}, true, stub);
   ExpectLoaded(BootDirectly(drive.image), drive, stub);
@@ -315,6 +315,7 @@ TEST(ExfatBoot, TellsTheLoaderFromWhatIsLikeIt) {
       {true, u"GRLDR", u"GRLDR"},      {true, u"GRLDR", u"grldr"},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.name.begin(), c.name.end()));
     const ExfatDrive drive({.for_grldr = c.for_grldr});
     const std::string entries = FileEntries(c.name, WriteFile(drive, {100, 3}, true, TrapLoader(kUsualBytes)));
     const std::string other = Decoys(c.image_name) + BrokenDecoys(c.image_name) +
@@ -377,9 +378,9 @@ TEST(ExfatBootMessage, SaysThatADeadSectorCannotBeRead) {
     const Bios bios{.peculiar = peculiar, .faults = kAlways, .fault_lba = lba};
     EXPECT_EQ(BootUnder(bios, drive.image, 1, kBigIde).text, kUnreadable);
   }
-  for (const std::uint64_t sector : {2, 1}) {
-    WriteBytes(drive.image, (drive.layout.first_lba + sector) * kSectorBytes, std::string(kSectorBytes, '\0'));
-    EXPECT_EQ(BootUnder({}, drive.image).text, kUnreadable) << "no extended boot code";
+  for (const std::uint64_t sector : {2U, 1U}) {
+    WriteBytes(drive.image, (drive.layout.first_lba + sector) * kSectorBytes, std::string(kSectorBytes, kHlt));
+    EXPECT_EQ(BootUnder({}, drive.image).text, kUnreadable) << "a formatter's extended sector";
   }
 }
 
@@ -443,12 +444,13 @@ TEST(ExfatBootMessage, RefusesABootSectorThatMakesNoSense) {
                {kRootField, Little(1, 4)},
                {kRootField, Little(drive.clusters + 2, 4)},
                {kRootField, Little(kExfatEnd, 4)},
-               {kHeapField, Little(0xFFFFFFFF, 4)}};
+               {kHeapField, Little(0xFFFFFFFF, 4)},
+               {kStartField, Little(1ULL << 40U, 8)}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.offset << " " << Number(c.bytes));
     const std::string sound = ReadBytes(drive.image, drive.layout.first_lba * kSectorBytes + c.offset, c.bytes.size());
     SetBootField(drive, c.offset, c.bytes);
-    EXPECT_EQ(BootUnder({}, drive.image).text, kUnreadable);
+    EXPECT_EQ(BootUnder({.peculiar = kNoLba}, drive.image).text, kUnreadable);
     SetBootField(drive, c.offset, sound);
   }
   ExpectBoots(drive, sectors);

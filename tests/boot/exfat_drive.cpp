@@ -20,6 +20,7 @@ constexpr std::size_t kRootField = 0x60;
 constexpr std::size_t kClusterShiftField = 0x6D;
 constexpr std::size_t kRegionBytes = 12 * kSectorBytes;
 constexpr std::size_t kSummedBytes = 11 * kSectorBytes;
+constexpr std::size_t kBehindVolume = kMib;                            // that no cluster's place is
 constexpr std::size_t kEntriesOfCluster = kSectorBytes / kEntryBytes;  // times its sectors
 constexpr std::size_t kNameCharacters = 15;                            // of an entry
 
@@ -87,12 +88,11 @@ ExfatDrive::ExfatDrive(const ExfatLayout& wanted) : layout(wanted), image(folder
   std::string region = ReadBytes(volume, 0, kRegionBytes);
   ReadFields(region);
 
-  SetFileSize(image, layout.first_lba * kSectorBytes + layout.bytes);
+  SetFileSize(image, layout.first_lba * kSectorBytes + layout.bytes + kBehindVolume);
   CopyVolume(*this, volume, (ClusterLba(root[0] + 1) - layout.first_lba) * kSectorBytes);
   std::filesystem::remove(volume);
   region.replace(kStartField, 8, Little(layout.first_lba, 8));
-  region.replace(kVolumesOwn, std::string::npos, ExfatBootCode(layout.for_grldr).substr(kVolumesOwn));
-  WriteRegions(*this, region);
+  WriteRegions(*this, region.substr(0, kVolumesOwn) + ExfatBootCode(layout.for_grldr).substr(kVolumesOwn));
   if (layout.first_lba != 0) {
     const std::uint64_t sectors = std::min(layout.bytes / kSectorBytes, std::uint64_t{0xFFFFFFFF});
     WriteBytes(image, 0,

@@ -7,6 +7,7 @@
 #include "boot/boot_kind.h"
 #include "boot/machine.h"
 #include "boot/ntfs_drive.h"
+#include "boot/ntfs_structures.h"
 
 namespace {
 
@@ -40,14 +41,11 @@ BootReport ExpectBoots(const NtfsDrive& drive, const std::string& loader, const 
 }
 
 TEST(NtfsBoot, StartsTheLoaderFromTheBiosAlone) {
-  for (const bool for_ntldr : {false, true}) {
-    for (const std::string& device : {kIde, kUsb}) {
-      SCOPED_TRACE(device);
-      const std::string loader = StubLoader(kUsualBytes);
-      const NtfsDrive drive({.for_ntldr = for_ntldr}, {{for_ntldr ? "ntldr" : "bootmgr", loader}});
-      ExpectLoaded(BootDirectly(drive.image, device), drive, loader);
-    }
-  }
+  const std::string loader = StubLoader(kUsualBytes);
+  const NtfsDrive bootmgr({}, {{"bootmgr", loader}});
+  ExpectLoaded(BootDirectly(bootmgr.image, kUsb), bootmgr, loader);
+  const NtfsDrive ntldr({.for_ntldr = true}, {{"ntldr", loader}});
+  ExpectLoaded(BootDirectly(ntldr.image, kIde), ntldr, loader);
 }
 
 TEST(NtfsBoot, StartsTheLoaderOfAPreparedDrive) {
@@ -81,7 +79,10 @@ TEST(NtfsBoot, LoadsTheFileFromWhereverItIs) {
       {"64 KiB in 4 KiB records", {.cluster_bytes = 65536, .record_bytes = 4096}, {900, 2}, 1},
       {"256 KiB", {.cluster_bytes = 262144, .mib = 256}, {900, -1}, 1},
       {"2 MiB", {.cluster_bytes = 2097152, .mib = 512}, {200, 1}, 1},
-      {"over the end of CHS calls", {.cluster_bytes = 65536, .mib = 20480, .first_lba = 0}, {kSectors8GbIn64K - 2, 1}, 1},
+      {"over the end of CHS calls",
+       {.cluster_bytes = 65536, .mib = 20480, .first_lba = 0},
+       {kSectors8GbIn64K - 2, 1},
+       1},
       {"behind 8 GB", {.mib = 20480, .first_lba = 0}, {5000000, -7}, 1},
       {"behind 32-bit addresses", {.cluster_bytes = 65536, .mib = 2200000, .first_lba = 0}, {35000000, 100}, 1},
   };
@@ -97,8 +98,8 @@ TEST(NtfsBoot, LoadsTheFileFromWhereverItIs) {
 }
 
 TEST(NtfsBoot, LoadsFilesOfAnyLength) {
-  for (const std::size_t bytes : {std::size_t{1}, std::size_t{600}, std::size_t{1024}, std::size_t{65535}, std::size_t{65537},
-                                  FactsOf(Contract::kNt).most_bytes}) {
+  for (const std::size_t bytes : {std::size_t{1}, std::size_t{600}, std::size_t{1024}, std::size_t{65535},
+                                  std::size_t{65537}, FactsOf(Contract::kNt).most_bytes}) {
     SCOPED_TRACE(bytes);
     const std::string loader = TrapLoader(bytes);
     ExpectBoots(NtfsDrive({}, {{"BOOTMGR", loader}}), loader);
@@ -313,10 +314,6 @@ TEST(NtfsBoot, FollowsWhatIsInPieces) {
   }
 }
 
-void SetField(std::string& bytes, std::size_t offset, std::uint64_t value, std::size_t width) {
-  bytes.replace(offset, width, Little(value, width));
-}
-
 // Changes a field of the data attribute of BOOTMGR, or of NTLDR.
 void SetDataField(const NtfsDrive& drive, std::size_t offset, std::uint64_t value, std::size_t width,
                   const char* name = "BOOTMGR") {
@@ -377,12 +374,14 @@ void ExpectMessages(const std::vector<MessageCase>& cases) {
 TEST(NtfsBootMessage, SaysThatTheLoaderIsMissing) {
   ExpectMessages({
       {"only in a block that isn't used", kMissing,
-       [](NtfsDrive& drive) { ShrinkIndex(drive, {"bootm0", "bootmgr2"}); }},
+       [](NtfsDrive& drive) {
+         ShrinkIndex(drive, {"bootm0", "bootmgr2"});
+       }},
       {"a directory", kMissing,
        [](NtfsDrive& drive) {
          constexpr std::size_t kAttributes = 0x48;
          const NtfsPlace place = PlaceOf(drive, "BOOTMGR");
-         ChangeIndexBlock(drive, static_cast<std::uint32_t>(place.block),
+         ChangeIndexBlock(drive, place.block,
                           [&](std::string& block) { SetField(block, place.offset + kAttributes, 0x10000000, 4); });
        }},
   });
@@ -396,8 +395,7 @@ TEST(NtfsBootMessage, SaysThatTheLoaderIsCompressed) {
       {"encrypted", kCompressed, [](NtfsDrive& drive) { SetDataField(drive, kFlags, 0x4000, 2); }},
       {"kept elsewhere", kCompressed,
        [](NtfsDrive& drive) {
-         constexpr std::uint8_t kStandardInformation = 0x10;
-         ChangeAttribute(drive, RecordOf(drive, "BOOTMGR"), kStandardInformation,
+         ChangeAttribute(drive, RecordOf(drive, "BOOTMGR"), kNtfsInformation,
                          [](std::string& attribute) { SetField(attribute, 0, kNtfsReparse, 4); });
        }},
   });
@@ -406,6 +404,9 @@ TEST(NtfsBootMessage, SaysThatTheLoaderIsCompressed) {
     SetDataField(drive, kFlags, 0x0001, 2, "NTLDR");
     EXPECT_EQ(BootUnder({}, drive.image).text, kNtldrCompressed);
   }
+  const NtfsDrive small({}, {{"BOOTMGR", TrapLoader(300)}});
+  SetDataField(small, kFlags, 0x0001, 2);
+  ExpectBoots(small, TrapLoader(300));
 }
 
 TEST(NtfsBootMessage, SaysThatADeadSectorCannotBeRead) {
@@ -469,17 +470,16 @@ TEST(NtfsBootMessage, RefusesWhatMakesNoSense) {
          ChangeRecord(drive, RecordOf(drive, "BOOTMGR"),
                       [](std::string& record) { SetField(record, Number(record.substr(0x14, 2)) + 4, 0, 4); });
        }},
-      {"no data but those of another stream", kUnreadable,
-       [](NtfsDrive& drive) { SetDataField(drive, 0x09, 1, 1); }},
+      {"no data but those of another stream", kUnreadable, [](NtfsDrive& drive) { SetDataField(drive, 0x09, 1, 1); }},
       {"other block of the index", kUnreadable,
        [](NtfsDrive& drive) {
-         ChangeIndexBlock(drive, static_cast<std::uint32_t>(PlaceOf(drive, "BOOTMGR").block),
+         ChangeIndexBlock(drive, PlaceOf(drive, "BOOTMGR").block,
                           [](std::string& block) { SetField(block, 0x10, 77, 8); });
        }},
       {"root of the index that is below itself", kUnreadable,
        [](NtfsDrive& drive) {
          const NtfsPlace place = PlaceOf(drive, "BOOTMGR");
-         ChangeIndexBlock(drive, static_cast<std::uint32_t>(place.block), [&](std::string& block) {
+         ChangeIndexBlock(drive, place.block, [&](std::string& block) {
            // The first entry becomes one without a name, and with the block itself as its child.
            const std::size_t first = 0x18 + Number(block.substr(0x18, 4));
            SetField(block, first + 8, 0x18, 2);
@@ -490,8 +490,7 @@ TEST(NtfsBootMessage, RefusesWhatMakesNoSense) {
       {"entry without length", kUnreadable,
        [](NtfsDrive& drive) {
          const NtfsPlace place = PlaceOf(drive, "bootm0");
-         ChangeIndexBlock(drive, static_cast<std::uint32_t>(place.block),
-                          [&](std::string& block) { SetField(block, place.offset + 8, 0, 2); });
+         ChangeIndexBlock(drive, place.block, [&](std::string& block) { SetField(block, place.offset + 8, 0, 2); });
        }},
       {"cluster behind the volume", kUnreadable,
        [](NtfsDrive& drive) {
@@ -499,7 +498,9 @@ TEST(NtfsBootMessage, RefusesWhatMakesNoSense) {
          SetRuns(drive, RecordOf(drive, "BOOTMGR"), kNtfsData, {{40, 12000}, {1, 13000}, {40, 12500}});
        }},
       {"too few clusters", kUnreadable,
-       [](NtfsDrive& drive) { SetRuns(drive, RecordOf(drive, "BOOTMGR"), kNtfsData, {{50, 12000}}); }},
+       [](NtfsDrive& drive) {
+         SetRuns(drive, RecordOf(drive, "BOOTMGR"), kNtfsData, {{50, 12000}});
+       }},
       {"empty file", kUnreadable, [](NtfsDrive& drive) { SetDataField(drive, kRealBytes, 0, 8); }},
       {"file that is too large", kUnreadable,
        [](NtfsDrive& drive) {

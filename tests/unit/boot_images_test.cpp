@@ -129,8 +129,9 @@ TEST(BootImages, ExfatRegionHoldsItsPlaces) {
   BinArray.fill(0xEE);
   BootMgrEXFAT_Code();
   EXPECT_TRUE(DumpParsedOk);
-  EXPECT_EQ(text(0, 11), "\xEB\x76\x90"
-                         "EXFAT   ");
+  EXPECT_EQ(text(0, 11),
+            "\xEB\x76\x90"
+            "EXFAT   ");
   EXPECT_EQ(text(0x15E, 14), std::string("B\0O\0O\0T\0M\0G\0R\0", 14));
   EXPECT_EQ(text(0x304, 1) + text(0x337, 1), "\7\7");
   for (const char* message : {"Remove disks or other media.", "Disk error", "Press any key to restart"}) {
@@ -145,6 +146,52 @@ TEST(BootImages, ExfatRegionHoldsItsPlaces) {
   }
   EXPECT_EQ(text(9 * 512, 2 * 512), std::string(2 * 512, '\0'));
   EXPECT_EQ(BinArray[12 * 512], 0xEE);
+}
+
+std::string Utf16(const std::string& text) {
+  std::string wide;
+  for (const char c : text) {
+    wide += {c, '\0'};
+  }
+  return wide;
+}
+
+TEST(BootImages, NtfsImagesHoldTheirPlaces) {
+  const struct {
+    void (*load)();
+    std::size_t bytes;
+    std::vector<std::string> texts;
+    std::vector<std::string> absent;
+  } cases[] = {
+      {Bootmgr_NTFS_Code,
+       4608,
+       {Utf16("BOOTMGR"), Utf16("NTLDR"), "BOOTMGR is missing", "BOOTMGR is compressed"},
+       {"NTLDR is missing"}},
+      {NTLDR_NTFS_Code,
+       3584,
+       {Utf16("NTLDR"), "NTLDR is missing", "NTLDR is compressed"},
+       {Utf16("BOOTMGR"), "BOOTMGR"}},
+  };
+  for (const auto& row : cases) {
+    BinArray.fill(0xEE);
+    row.load();
+    EXPECT_TRUE(DumpParsedOk);
+    const std::string image(BinArray.begin(), BinArray.begin() + static_cast<std::ptrdiff_t>(row.bytes));
+    EXPECT_EQ(BinArray[row.bytes - 1], 'X') << "the mark at its end";
+    EXPECT_EQ(BinArray[row.bytes], 0xEE);
+    EXPECT_TRUE(image.starts_with("\xEB\x52\x90NTFS    "));
+    EXPECT_EQ(image.substr(510, 2), "\x55\xAA");
+    for (const char* text : {"A disk read error occurred", "Press Ctrl+Alt+Del to restart"}) {
+      EXPECT_NE(image.find(text), std::string::npos) << text;
+    }
+    EXPECT_NE(image.find(Utf16("$I30")), std::string::npos);
+    for (const std::string& text : row.texts) {
+      EXPECT_NE(image.find(text), std::string::npos) << text;
+    }
+    for (const std::string& text : row.absent) {
+      EXPECT_EQ(image.find(text), std::string::npos) << text;
+    }
+  }
 }
 
 }  // namespace

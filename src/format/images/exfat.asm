@@ -93,7 +93,7 @@
 %define LENGTH_PLACE_1      0x304
 %define LENGTH_PLACE_2      0x337
 
-%define SEARCH_PLACE        (LENGTH_PLACE_1 - 38) ; where the routine with both lengths begins
+%define SEARCH_PLACE        (LENGTH_PLACE_1 - 38)  ; so begins the routine that has both lengths
 
 %define WIDE_SECTORS
 %macro ADD_START 0
@@ -258,7 +258,6 @@ missing:
         mov     si, text_key
         jmp     fail
 
-; The code behind `pad_to` has to reach LENGTH_PLACE_1 at the right instruction.
         pad_to  SEARCH_PLACE
 ; Looks for the loader in a sector of the root directory; a file's entries may have begun in the sector before.
 ; In: EDX:EAX = sector; ES = 0.  Out: all registers but those as before.  Clobbered: BX, SI, DI, flags.  Goes on at
@@ -307,7 +306,7 @@ must $-$$ == LENGTH_PLACE_1 + 1
 
         pad_to  LENGTH_PLACE_2 - 1
 .name:
-        mov     cl, NAME_LENGTH
+        mov     cl, NAME_LENGTH         ; CH is 0
 must $-$$ == LENGTH_PLACE_2 + 1
         mov     si, loader_name
         push    di

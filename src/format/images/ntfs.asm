@@ -316,14 +316,14 @@ read_sizes:
 ; In: AL = a number of units, or 256 minus a power of two.  Out: AL = that power, or the one that gives the number;
 ; carry set: it was a number.  Clobbered: AH, flags.
 power_of:
-        neg     al
-        jns     .power                  ; carry clear only behind 0, which is as good as anything
-        neg     al
         movzx   ax, al
+        cmp     al, 0x80
+        ja      .power
         bsf     ax, ax
         stc
         ret
 .power:
+        neg     al
         clc
         ret
 
