@@ -2,16 +2,16 @@
 find_program(NASM nasm REQUIRED)
 
 # assemble_flat(<output> <source> [definition...]): nasm -f bin; the include files are those of the source's folder and
-# of src/format/images. Every definition is passed on with -D.
+# of src/format/images, all of which the output depends on. Every definition is passed on with -D.
 function(assemble_flat output source)
   list(TRANSFORM ARGN PREPEND -D OUTPUT_VARIABLE definitions)
   cmake_path(GET source PARENT_PATH folder)
+  file(GLOB includes CONFIGURE_DEPENDS ${folder}/*.inc ${PROJECT_SOURCE_DIR}/src/format/images/*.inc)
   add_custom_command(
     OUTPUT ${output}
-    COMMAND ${NASM} -f bin -Werror -I ${folder}/ -I ${PROJECT_SOURCE_DIR}/src/format/images/ ${definitions} -MD ${output}.d
+    COMMAND ${NASM} -f bin -Werror -I ${folder}/ -I ${PROJECT_SOURCE_DIR}/src/format/images/ ${definitions}
             -o ${output} ${source}
-    DEPENDS ${source}
-    DEPFILE ${output}.d
+    DEPENDS ${source} ${includes}
     VERBATIM)
 endfunction()
 

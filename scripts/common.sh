@@ -9,7 +9,8 @@ bench_packages=(python3 dosfstools exfatprogs ntfs-3g time f3)
 release_packages=(g++-mingw-w64-x86-64-posix dpkg-dev gzip)
 fuzz_packages=(libgtest-dev clang-14 libclang-rt-14-dev)
 test_packages=(
-  libgtest-dev dosfstools mtools fdisk gdisk exfatprogs ntfs-3g qemu-system-x86 g++-mingw-w64-x86-64-posix wine64
+  libgtest-dev dosfstools mtools fdisk gdisk exfatprogs ntfs-3g qemu-system-x86 g++-mingw-w64-x86-64-posix
+  g++-mingw-w64-i686-posix wine64
   clang-format clang-tidy f3 locales
 )
 

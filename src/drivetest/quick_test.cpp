@@ -17,6 +17,8 @@
 #include "disk/volumes.h"
 #include "platform/byte_order.h"
 
+std::array<BadBlock, kBadBlockRows> BadBlockTable{};
+
 namespace {
 
 constexpr std::uint64_t kBlockSectors = 16384;  // from marker to marker

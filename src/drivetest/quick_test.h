@@ -14,8 +14,9 @@ struct BadBlock {
   std::int64_t found;     // what DecodeMarker made of it
 };
 inline constexpr std::size_t kBadBlockRows = 50'001;
-// The first bad blocks in the order in which they were read; written by QuickTest alone.
-inline std::array<BadBlock, kBadBlockRows> BadBlockTable{};
+// The first bad blocks in the order in which they were read; written by QuickTest alone. Not inline: on Windows the
+// zeros of an inline variable lie in the program's file, and these are 800 KB.
+extern std::array<BadBlock, kBadBlockRows> BadBlockTable;
 inline std::int64_t BadCount = 0;  // all bad blocks, also those behind the table's end
 
 // The value of a sector without a marker.

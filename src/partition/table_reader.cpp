@@ -51,7 +51,9 @@ constexpr std::array kTypeNames{
     TypeName{kTypeProtective, "***GPT PARTITION***"},
 };
 
-std::uint8_t ByteAt(std::uint64_t offset) { return offset < SectorBuffer.size() ? SectorBuffer[offset] : 0; }
+std::uint8_t ByteAt(std::uint64_t offset) {
+  return offset < SectorBuffer.size() ? SectorBuffer[static_cast<std::size_t>(offset)] : 0;
+}
 
 // An entry of the MBR, by its number from 1 to 4.
 struct Entry {

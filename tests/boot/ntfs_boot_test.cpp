@@ -27,7 +27,8 @@ void ExpectLoaded(const BootReport& report, const NtfsDrive& drive, const std::s
   EXPECT_EQ(report.flags & 0x600U, 0x200U) << "interrupts on, direction flag clear";
   EXPECT_EQ(report.hash, HashOf(loader));
   std::string sector = ReadBytes(drive.image, drive.layout.first_lba * kSectorBytes, kVolumesOwn);
-  sector[2] = HasLba(bios) ? 0x0E : static_cast<char>(drive.layout.for_ntldr ? 0x90 : 0);
+  const unsigned chs_mark = drive.layout.for_ntldr ? 0x90 : 0;
+  sector[2] = static_cast<char>(HasLba(bios) ? 0x0E : chs_mark);
   sector.replace(0x18, 4, Little(63, 2) + Little(255, 2));
   sector.replace(0x1C, 4, Little(drive.layout.first_lba, 4));
   sector[0x24] = static_cast<char>(bios.drive);
@@ -72,7 +73,6 @@ TEST(NtfsBoot, LoadsTheFileFromWhereverItIs) {
       {"512 bytes, one piece", {.cluster_bytes = 512}, {100000, 1}, 1},
       {"512 bytes, pieces of 5", {.cluster_bytes = 512}, {90000, 9}, 5},
       {"4 KiB, each cluster apart", {}, {10000, 3}, 1},
-      {"4 KiB, backwards", {}, {16000, -1}, 1},
       {"4 KiB, backwards and apart", {}, {16000, -70}, 1},
       {"4 KiB in 4 KiB records, pieces of 3", {.record_bytes = 4096}, {10000, -5}, 3},
       {"64 KiB", {.cluster_bytes = 65536}, {1000, -7}, 1},
@@ -98,8 +98,8 @@ TEST(NtfsBoot, LoadsTheFileFromWhereverItIs) {
 }
 
 TEST(NtfsBoot, LoadsFilesOfAnyLength) {
-  for (const std::size_t bytes : {std::size_t{1}, std::size_t{600}, std::size_t{1024}, std::size_t{65535},
-                                  std::size_t{65537}, FactsOf(Contract::kNt).most_bytes}) {
+  for (const std::size_t bytes :
+       {std::size_t{1}, std::size_t{600}, std::size_t{65535}, std::size_t{65537}, FactsOf(Contract::kNt).most_bytes}) {
     SCOPED_TRACE(bytes);
     const std::string loader = TrapLoader(bytes);
     ExpectBoots(NtfsDrive({}, {{"BOOTMGR", loader}}), loader);
@@ -112,14 +112,13 @@ TEST(NtfsBoot, WorksUnderBiosesWithPeculiarities) {
       {"drive number 0", {.drive = 0}},
       {"drive number 0, no LBA calls", {.drive = 0, .peculiar = kNoLba}},
       {"drive number 81h", {.drive = 0x81}},
-      {"127 sectors at most", {.most_sectors = 127}},
-      {"64 KiB pages", {.peculiar = kNoCrossing}},
+      {"127 sectors at most, 64 KiB pages", {.peculiar = kNoCrossing, .most_sectors = 127}},
       {"no LBA calls, 64 KiB pages", {.peculiar = kNoLba | kNoCrossing}},
       {"no LBA calls, no geometry", {.peculiar = kNoLba | kNoGeometry}},
       {"LBA calls that fail", {.peculiar = kFalseLba}},
       {"LBA calls that fail, no geometry", {.drive = 0, .peculiar = kFalseLba | kNoGeometry}},
   };
-  constexpr std::uint64_t kCylinder300 = 300 * 255 * 63;
+  constexpr std::uint64_t kCylinder300 = std::uint64_t{300} * 255 * 63;
   const std::string loader = TrapLoader(kUsualBytes);
   NtfsDrive drive({.first_lba = kCylinder300, .for_ntldr = true}, {{"NTLDR", loader}});
   Scatter(drive, RecordOf(drive, "NTLDR"), kNtfsData, {10000, 2});
@@ -130,14 +129,26 @@ TEST(NtfsBoot, WorksUnderBiosesWithPeculiarities) {
 }
 
 TEST(NtfsBoot, StartsAVolumeAnywhere) {
-  constexpr std::size_t kGeometryField = 0x18;
+  constexpr std::size_t kTrackField = 0x18;
+  constexpr std::size_t kHeadsField = 0x1A;
   constexpr std::size_t kHiddenField = 0x1C;
+  constexpr std::uint64_t kFirstLbaOfTable = 0x1C6;
+  constexpr std::uint64_t kOtherLba = 2048;
   const std::string loader = TrapLoader(kUsualBytes);
   const NtfsDrive drive({.first_lba = 5000001}, {{"BOOTMGR", loader}});
+  const std::string boot_sector = ReadBytes(drive.image, drive.ClusterLba(0) * kSectorBytes, kSectorBytes);
   SetBootField(drive, kHiddenField, Little(0, 4));
   ExpectBoots(drive, loader);
-  SetBootField(drive, kGeometryField, Little(0, 4));
-  ExpectBoots(drive, loader, {.drive = 0, .peculiar = kNoLba | kNoGeometry});
+  for (const std::size_t field : {kTrackField, kHeadsField}) {
+    SetBootField(drive, 0, boot_sector);
+    SetBootField(drive, field, Little(0, 2));
+    ExpectBoots(drive, loader, {.drive = 0, .peculiar = kNoLba | kNoGeometry});
+  }
+  SetBootField(drive, 0, boot_sector);
+  WriteBytes(drive.image, kFirstLbaOfTable, Little(kOtherLba, 4));
+  WriteBytes(drive.image, kOtherLba * kSectorBytes, boot_sector);
+  ExpectBoots(drive, loader);
+
   const NtfsDrive without_table({.first_lba = 0}, {{"BOOTMGR", loader}});
   ExpectBoots(without_table, loader, {.drive = 0});
   ExpectBoots(without_table, loader, {.first_dl = 0x5A});
@@ -245,8 +256,12 @@ TEST(NtfsBoot, TakesBootmgrBeforeNtldr) {
 
 using Change = void (*)(NtfsDrive& drive);
 
-// Number of clusters moved apart from each other, before extents go to records of their own.
 constexpr Placement kApart{12000, -5};
+
+constexpr std::size_t kListBytes = 0x10;  // of an attribute list in a record
+constexpr std::size_t kListValue = 0x18;
+constexpr std::size_t kListRecord = 0x10;  // of an entry
+constexpr std::size_t kListEntryBytes = 0x28;
 
 TEST(NtfsBoot, FollowsWhatIsInPieces) {
   struct {
@@ -286,9 +301,17 @@ TEST(NtfsBoot, FollowsWhatIsInPieces) {
          Scatter(drive, kNtfsRoot, kNtfsIndexBlocks, kApart);
          MoveToRecords(drive, kNtfsRoot, kNtfsIndexBlocks, 2, 15000);
        }},
-      {"root of the index in another record",
+      {"root of the index in another record, and another index",
        {},
-       [](NtfsDrive& drive) { MoveToRecords(drive, kNtfsRoot, kNtfsIndexRoot, 1); }},
+       [](NtfsDrive& drive) {
+         MoveToRecords(drive, kNtfsRoot, kNtfsIndexRoot, 1);
+         ChangeAttribute(drive, kNtfsRoot, kNtfsList, [&](std::string& list) {
+           std::string entry = list.substr(list.find(static_cast<char>(kNtfsIndexRoot), kListValue), kListEntryBytes);
+           SetField(entry, kListRecord, RecordOf(drive, "BOOTMGR"), 6);
+           list += entry;
+           SetField(list, kListBytes, list.size() - kListValue, 4);
+         });
+       }},
       {"file with an attribute list",
        {},
        [](NtfsDrive& drive) {
@@ -326,9 +349,10 @@ constexpr std::size_t kRealBytes = 0x30;
 constexpr std::size_t kWrittenBytes = 0x38;
 
 TEST(NtfsBoot, MakesZerosOfWhatIsNotThere) {
+  constexpr std::size_t kCluster = 4096;
   const std::string loader = TrapLoader(kUsualBytes);
   std::string sparse = loader;
-  sparse.replace(4096 * 10, 4096 * 30, 4096 * 30, '\0');
+  sparse.replace(10 * kCluster, 30 * kCluster, 30 * kCluster, '\0');
   NtfsDrive drive({}, {{"BOOTMGR", loader}});
   NtfsRuns runs = RunsOf(drive, RecordOf(drive, "BOOTMGR"), kNtfsData);
   ASSERT_EQ(runs.size(), 1U);
@@ -465,6 +489,17 @@ TEST(NtfsBootMessage, RefusesWhatMakesNoSense) {
        [](NtfsDrive& drive) {
          ChangeRecord(drive, RecordOf(drive, "BOOTMGR"), [](std::string& record) { record.replace(0, 4, "BAAD"); });
        }},
+      {"fixups for half of a record", kUnreadable,
+       [](NtfsDrive& drive) {
+         ChangeRecord(drive, RecordOf(drive, "BOOTMGR"), [](std::string& record) { SetField(record, 0x06, 2, 2); });
+       }},
+      {"extents that don't follow each other", kUnreadable,
+       [](NtfsDrive& drive) {
+         Scatter(drive, RecordOf(drive, "BOOTMGR"), kNtfsData, kApart);
+         MoveToRecords(drive, RecordOf(drive, "BOOTMGR"), kNtfsData, 2);
+         ChangeAttribute(drive, kNtfsSpareRecord + 1, kNtfsData,
+                         [](std::string& extent) { SetField(extent, 0x10, Number(extent.substr(0x10, 4)) + 1, 8); });
+       }},
       {"attribute without length", kUnreadable,
        [](NtfsDrive& drive) {
          ChangeRecord(drive, RecordOf(drive, "BOOTMGR"),
@@ -494,7 +529,7 @@ TEST(NtfsBootMessage, RefusesWhatMakesNoSense) {
        }},
       {"cluster behind the volume", kUnreadable,
        [](NtfsDrive& drive) {
-         SetBootField(drive, 0x28, Little(13000 * 8, 8));
+         SetBootField(drive, 0x28, Little(104000, 8));
          SetRuns(drive, RecordOf(drive, "BOOTMGR"), kNtfsData, {{40, 12000}, {1, 13000}, {40, 12500}});
        }},
       {"too few clusters", kUnreadable,
@@ -512,6 +547,8 @@ TEST(NtfsBootMessage, RefusesWhatMakesNoSense) {
   });
   const NtfsDrive empty({}, {{"BOOTMGR", ""}});
   EXPECT_EQ(BootUnder({}, empty.image).text, kUnreadable);
+  const NtfsDrive sound({}, {{"BOOTMGR", TrapLoader(kUsualBytes)}});
+  EXPECT_EQ(BootUnder({.memory_kib = 120}, sound.image).text, kUnreadable) << "no memory at 2000:0000";
 }
 
 }  // namespace

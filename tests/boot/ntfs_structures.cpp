@@ -102,7 +102,7 @@ NtfsRuns Decoded(std::string_view bytes) {
   NtfsRuns runs;
   std::int64_t latest = 0;
   while (bytes.front() != 0) {
-    const std::size_t length_bytes = bytes.front() & 15U;
+    const std::size_t length_bytes = static_cast<std::uint8_t>(bytes.front()) & 15U;
     const std::size_t step_bytes = static_cast<std::uint8_t>(bytes.front()) >> 4U;
     const std::uint32_t clusters = Field(bytes, 1, length_bytes);
     std::int64_t step = Field(bytes, 1 + length_bytes, step_bytes);

@@ -122,6 +122,7 @@ TEST(BootImages, HoldTheirPlaces) {
 }
 
 TEST(BootImages, ExfatRegionHoldsItsPlaces) {
+  constexpr std::size_t kSector = 512;
   const auto text = [](std::size_t from, std::size_t bytes) {
     return std::string(BinArray.begin() + from, BinArray.begin() + from + bytes);
   };
@@ -135,17 +136,17 @@ TEST(BootImages, ExfatRegionHoldsItsPlaces) {
   EXPECT_EQ(text(0x15E, 14), std::string("B\0O\0O\0T\0M\0G\0R\0", 14));
   EXPECT_EQ(text(0x304, 1) + text(0x337, 1), "\7\7");
   for (const char* message : {"Remove disks or other media.", "Disk error", "Press any key to restart"}) {
-    EXPECT_NE(text(0, 3 * 512).find(message), std::string::npos) << message;
+    EXPECT_NE(text(0, 3 * kSector).find(message), std::string::npos) << message;
   }
   EXPECT_EQ(text(510, 2), "\x55\xAA");
   for (std::size_t sector = 1; sector < 9; ++sector) {
-    EXPECT_EQ(text(sector * 512 + 508, 4), code_end) << sector;
+    EXPECT_EQ(text(sector * kSector + 508, 4), code_end) << sector;
   }
   for (std::size_t sector = 3; sector < 9; ++sector) {
-    EXPECT_EQ(text(sector * 512, 508), std::string(508, '\0')) << sector;
+    EXPECT_EQ(text(sector * kSector, 508), std::string(508, '\0')) << sector;
   }
-  EXPECT_EQ(text(9 * 512, 2 * 512), std::string(2 * 512, '\0'));
-  EXPECT_EQ(BinArray[12 * 512], 0xEE);
+  EXPECT_EQ(text(9 * kSector, 2 * kSector), std::string(2 * kSector, '\0'));
+  EXPECT_EQ(BinArray[12 * kSector], 0xEE);
 }
 
 std::string Utf16(const std::string& text) {

@@ -152,14 +152,21 @@ class FakeSystem : public LinuxSystem {
 
 class LinuxDrives : public testing::Test {
  protected:
-  LinuxDrives() {
+  LinuxDrives() { StartAnew(); }
+
+  // Another system with the usual stick, and no machine yet.
+  void StartAnew() {
+    machine_.reset();
+    fs::remove_all(folder_.File("root"));
+    unclaimed_ = std::make_unique<FakeSystem>(folder_.File("root"));
+    system_ = unclaimed_.get();
     system_->AddStick("sdb");
     system_->AddPartition("sdb", 1, "8:17", 2048, 1000);
   }
 
   LinuxMachine& Machine() {
     if (!machine_) {
-      machine_ = std::make_unique<LinuxMachine>(HostSettings{}, std::unique_ptr<LinuxSystem>(system_));
+      machine_ = std::make_unique<LinuxMachine>(HostSettings{}, std::move(unclaimed_));
     }
     return *machine_;
   }
@@ -181,7 +188,8 @@ class LinuxDrives : public testing::Test {
   std::string Written() const { return ReadBytes(NodeOf(*system_, "sdb"), 512, 512); }
 
   const ScratchFolder folder_;
-  FakeSystem* system_ = new FakeSystem(folder_.File("root"));  // the machine's, once there is one
+  std::unique_ptr<FakeSystem> unclaimed_;  // until there is a machine
+  FakeSystem* system_ = nullptr;
   std::unique_ptr<LinuxMachine> machine_;
 };
 
@@ -235,7 +243,7 @@ TEST_F(LinuxDrives, AreReadWithoutTouchingAnything) {
   WriteBytes(NodeOf(*system_, "sdb"), 1024, "some bytes");
   LinuxMachine& machine = Machine();
   const Handle handle = OpenForMode(machine);
-  std::vector<std::uint8_t> buffer(3 * kMebibyte);  // longer than a transfer in one piece
+  std::vector<std::uint8_t> buffer(9 * kMebibyte);  // longer than a transfer in one piece
   std::uint32_t moved = 0;
   system_->outcome = {-EINTR, 512, 1024};
   EXPECT_TRUE(machine.Seek(handle, 1024) && machine.Read(handle, buffer, moved));
@@ -314,11 +322,7 @@ TEST_F(LinuxDrives, InUseAreRefused) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
-    machine_.reset();
-    fs::remove_all(folder_.File("root"));
-    system_ = new FakeSystem(folder_.File("root"));
-    system_->AddStick("sdb");
-    system_->AddPartition("sdb", 1, "8:17", 2048, 1000);
+    StartAnew();
     c.use(*system_);
     LinuxMachine& machine = Machine();
     const Handle handle = OpenForMode(machine);
@@ -328,6 +332,9 @@ TEST_F(LinuxDrives, InUseAreRefused) {
       EXPECT_FALSE(WriteSector(handle));
       EXPECT_EQ(machine.LastError(), kErrorAccessDenied);
     }
+    system_->SetMounts({});
+    system_->writer_error = 0;
+    EXPECT_FALSE(WriteSector(handle)) << "for the rest of the run";
     EXPECT_EQ(Written(), std::string(512, '\0'));
     EXPECT_TRUE(system_->unmounted.empty());
     EXPECT_EQ(system_->complaints, std::vector<std::string>{"drive 1 is refused: " + c.why});
@@ -433,11 +440,7 @@ TEST_F(LinuxDrives, FailWithTheirCode) {
 
 TEST_F(LinuxDrives, ThatCanOnlyBeReadSayProtected) {
   for (const bool kernel_knows : {true, false}) {
-    machine_.reset();
-    fs::remove_all(folder_.File("root"));
-    system_ = new FakeSystem(folder_.File("root"));
-    system_->AddStick("sdb");
-    system_->AddPartition("sdb", 1, "8:17", 2048, 1000);
+    StartAnew();
     system_->Put(system_->Sys("sdb/ro"), kernel_knows ? "1" : "0");
     system_->writer_error = EROFS;
     system_->SetMounts({{30, 1, "8:17", "/mnt", "x"}});

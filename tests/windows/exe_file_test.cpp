@@ -11,9 +11,17 @@
 
 namespace {
 
-const std::string kObjdump = "x86_64-w64-mingw32-objdump";
+// The programs of 64 and of 32 bits.
+const std::string kPrograms[] = {KORVENTIX_EXE, KORVENTIX_EXE32};
 
-// Words of the lines of `text` that hold `mark`, the n-th from the back.
+// The headers and imports of a program.
+std::string HeadersOf(const std::string& program) {
+  const RunResult dump = RunCommand({"x86_64-w64-mingw32-objdump", "-p", program});
+  EXPECT_EQ(dump.exit_code, 0) << dump.err;
+  return dump.out;
+}
+
+// The last word of each line of `text` that holds `mark`.
 std::set<std::string> LastWords(const std::string& text, const std::string& mark) {
   std::set<std::string> words;
   std::istringstream lines(text);
@@ -27,42 +35,49 @@ std::set<std::string> LastWords(const std::string& text, const std::string& mark
 
 // Every Windows from 7 on has these libraries.
 TEST(ExeFile, NeedsTheSystemsOwnLibrariesOnly) {
-  const RunResult dump = RunCommand({kObjdump, "-p", KORVENTIX_EXE});
-  ASSERT_EQ(dump.exit_code, 0) << dump.err;
-  EXPECT_EQ(LastWords(dump.out, "DLL Name:"),
-            (std::set<std::string>{"KERNEL32.dll", "OLEAUT32.dll", "USER32.dll", "msvcrt.dll", "ole32.dll"}));
+  for (const std::string& program : kPrograms) {
+    EXPECT_EQ(LastWords(HeadersOf(program), "DLL Name:"),
+              (std::set<std::string>{"KERNEL32.dll", "OLEAUT32.dll", "USER32.dll", "msvcrt.dll", "ole32.dll"}))
+        << program;
+  }
 }
 
-// The program's own calls are checked by the headers, which are told of Windows 7. These are calls that runtime
-// libraries may bring along.
+// The headers let the program's own code have nothing newer than Windows 7; these are calls that runtime libraries may
+// bring along.
 TEST(ExeFile, NeedsNoCallThatWindows7DoesNotHave) {
-  const std::string dump = RunCommand({kObjdump, "-p", KORVENTIX_EXE}).out;
-  ASSERT_NE(dump.find("GetVersionExA"), std::string::npos);
-  for (const char* newer : {"GetSystemTimePreciseAsFileTime", "CreateFile2", "WaitOnAddress", "WakeByAddress",
-                            "SetThreadDescription", "GetTempPath2", "QueryUnbiasedInterruptTimePrecise",
-                            "PathCchCombine", "GetOverlappedResultEx", "SetDefaultDllDirectories"}) {
-    EXPECT_EQ(dump.find(newer), std::string::npos) << newer;
+  for (const std::string& program : kPrograms) {
+    const std::string headers = HeadersOf(program);
+    EXPECT_NE(headers.find("GetVersionExA"), std::string::npos) << program;
+    for (const char* newer :
+         {"GetSystemTimePreciseAsFileTime", "CreateFile2", "WaitOnAddress", "WakeByAddress", "SetThreadDescription",
+          "GetTempPath2", "UnbiasedInterruptTimePrecise", "PathCch", "GetOverlappedResultEx"}) {
+      EXPECT_EQ(headers.find(newer), std::string::npos) << program << ": " << newer;
+    }
   }
 }
 
 TEST(ExeFile, IsAConsoleProgramOfLessThan3Megabytes) {
-  EXPECT_LT(std::filesystem::file_size(KORVENTIX_EXE), 3'000'000U);
-  const std::string dump = RunCommand({kObjdump, "-p", KORVENTIX_EXE}).out;
-  EXPECT_NE(dump.find("(Windows CUI)"), std::string::npos);
+  for (const std::string& program : kPrograms) {
+    EXPECT_LT(std::filesystem::file_size(program), 3'000'000U) << program;
+    EXPECT_NE(HeadersOf(program).find("(Windows CUI)"), std::string::npos) << program;
+  }
 }
 
-// Resources hold their texts in UTF-16, the manifest in UTF-8.
-TEST(ExeFile, TellsItsVersionAndAsksForNoRights) {
-  const std::string bytes = ReadBytes(KORVENTIX_EXE, 0, 3'000'000);
-  EXPECT_NE(bytes.find("<requestedExecutionLevel level=\"asInvoker\""), std::string::npos);
-  std::string text;
-  for (const char character : std::string("ProductVersion\0"
-                                          "1.",
-                                          17)) {
-    text += character;
-    text += '\0';
+// The text in UTF-16, as resources have it.
+std::string Wide(const std::string& text) {
+  std::string wide;
+  for (const char character : text) {
+    wide += {character, '\0'};
   }
-  EXPECT_NE(bytes.find(text), std::string::npos);
+  return wide;
+}
+
+TEST(ExeFile, TellsItsVersionAndAsksForNoRights) {
+  for (const std::string& program : kPrograms) {
+    const std::string bytes = ReadBytes(program, 0, 3'000'000);
+    EXPECT_NE(bytes.find("<requestedExecutionLevel level=\"asInvoker\""), std::string::npos) << program;
+    EXPECT_NE(bytes.find(Wide("ProductVersion") + std::string(2, '\0') + Wide("1.")), std::string::npos) << program;
+  }
 }
 
 TEST(WindowsMachine, PassesItsOwnTests) {

@@ -138,4 +138,24 @@ TEST(WindowsProgram, DoesWhatTheLinuxProgramDoes) {
   EXPECT_EQ(windows.size(), linux.size());
 }
 
+// What Linux has no likes of: names with drive letters, and files beside the .exe.
+TEST(WindowsProgram, KnowsDriveLettersAndItsOwnFolder) {
+  const Sides sides;
+  const std::string folder = sides.Windows();
+  std::filesystem::create_directory(folder + "/elsewhere");
+  const std::string name = WindowsPath(folder) + "\\A Folder\\a file.bin";
+  const std::string start = "\"" + WindowsPath(folder) + "\\korventix.exe\" --drive 1=stick.img,size=128M --no-wait ";
+  WriteBytes(folder + "/elsewhere/all.bat", 0,
+             "@echo off\r\n>1.out " + start + "FILEINFO SURE FILE=\"" + name + "\" LENGTH=512\r\n" +  //
+                 ">2.out " + start + "DRIVE=1 SURE SPEEDTEST\r\nexit /b %errorlevel%\r\n");
+  ASSERT_EQ(RunUnderWine(folder + "/elsewhere", {"cmd", "/c", "all.bat"}, 100).exit_code, 0);
+  EXPECT_NE(FileText(folder + "/elsewhere/1.out").find("00 07 0E 15"), std::string::npos);  // how the file begins
+  EXPECT_NE(FileText(folder + "/elsewhere/2.out").find("written to " + WindowsPath(folder) + "\\USBSpeed.csv"),
+            std::string::npos);
+  const std::regex rows(
+      "USB MODEL,SIZE .*\r\n(Generic Flash Disk,128,.*Windows.*,(READ|WRITE),[0-9.]+,[0-9.]+\r\n){2}");
+  EXPECT_TRUE(std::regex_match(FileText(folder + "/USBSpeedDP.csv"), rows)) << FileText(folder + "/USBSpeedDP.csv");
+  EXPECT_TRUE(std::filesystem::exists(folder + "/USBSpeed.csv"));
+}
+
 }  // namespace

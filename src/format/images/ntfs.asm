@@ -12,14 +12,14 @@
 ;             versions take anything else for LBA), 90h in the one for NTLDR.
 ; Memory      stack below 7C00h; 8E00h to 1FFFFh as listed under "Memory" below.
 ; Fields read bytes per sector, sectors per cluster, geometry, hidden sectors (0: the partition entry's), total, first
-;             cluster of $MFT, clusters per record, drive (only where DL makes no sense). The size of an index block is
-;             that of the index itself.
+;             cluster of $MFT, clusters per record, drive (only where DL makes no sense). The size of an index block
+;             is that of the index itself.
 ; Replaced    bytes 0 to 53h are the volume's own.
 ; Runs at     0:7C00 or 07C0:0000, as the BIOS likes: all jumps are relative.
 ; Bears       clusters of 512 bytes to 2 MiB, records and index blocks of 512 to 4096 bytes, $MFT, directory and file
 ;             in pieces, attribute lists resident or not, short and empty runs, a file inside its own record.
-; Limits      386; sectors of 512 bytes; 2729 pieces each of $MFT, directory and file; an attribute list of 11.5 KiB; the
-;             file must end below the memory that INT 12h reports; with CHS calls it ends where 1024 cylinders end.
+; Limits      386; sectors of 512 bytes; 2729 pieces each of $MFT, directory and file; an attribute list of 11.5 KiB;
+;             the file must end below the memory that INT 12h reports; with CHS calls it ends where 1024 cylinders end.
 ; Failure     "A disk read error occurred" for whatever can't be read, doesn't fit or makes no sense, that the loader is
 ;             missing, or that it is compressed (encrypted, kept elsewhere); then it stops.
 ; Source      the structures as the Linux-NTFS project documents them.

@@ -5,6 +5,11 @@
 #include <cstdint>
 #include <string>
 
+// Statuses of the format service that the machines built on these tools know.
+inline constexpr std::uint32_t kFormatWriteProtected = 0x07;
+inline constexpr std::uint32_t kFormatVolumeInUse = 0x08;  // or gone
+inline constexpr std::uint32_t kFormatCompleted = 0x0B;
+
 struct FormatJob {
   std::string file_system;         // "EXFAT" or "NTFS"
   std::string label;               // in code page 1252; empty for none

@@ -1,16 +1,19 @@
-#define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
-#include <windows.h>
-
 #include <array>
 
 #include "platform/host/host_description.h"
+#include "platform/windows/management.h"
 
-bool SystemDescribesItself() { return false; }
+// The system's own, for as long as the process lives: nothing is to be released when its libraries may be gone.
+static Management& SystemManagement() {
+  static auto* const management = new Management(SystemCalls{});
+  return *management;
+}
 
-std::vector<std::vector<std::string>> SystemObjects(const std::string& /*root*/, const std::string& /*query*/,
-                                                    const std::vector<std::string>& /*properties*/) {
-  return {};
+bool SystemDescribesItself() { return SystemManagement().Bind(); }
+
+std::vector<std::vector<std::string>> SystemObjects(const std::string& /*root*/, const std::string& query,
+                                                    const std::vector<std::string>& properties) {
+  return SystemManagement().Query(query, /*forward_only*/ false, properties);
 }
 
 char SystemDecimalSign() {

@@ -6,6 +6,7 @@
 
 namespace {
 
+// NOLINTNEXTLINE(performance-no-int-to-ptr): it was a pointer before
 HANDLE SystemHandle(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
 
 // The last error as one of those that machines report.

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::size_t kPieceBytes = std::size_t{1} << 20;  // of a long transfer
+constexpr std::size_t kPieceBytes = std::size_t{4} << 20;  // of a long transfer
 constexpr std::align_val_t kAlignment{4096};               // suits every sector size and memory page
 // What else looks at a drive for a moment, such as the device manager after a change, is waited for.
 constexpr int kTries = 20;

@@ -1,9 +1,11 @@
 #include "platform/linux/linux_machine.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
+#include "platform/host/format_tools.h"
 #include "platform/linux/scsi_command.h"
-#include "platform/simulated/format_volume.h"
 
 namespace {
 
@@ -136,7 +138,8 @@ ErrorCode LinuxMachine::MakeVolume(const Volume& volume, const std::string& file
     return code;
   }
   const FormatJob job{file_system, label, volume.position / kDefaultSectorBytes};
-  return MakeFileSystem(partition.Get(), job) ? kErrorNone : kErrorIoDevice;
+  // What the tool has left in the system's cache has to be on the medium before the drive is read past it.
+  return MakeFileSystem(partition.Get(), job) && fsync(partition.Get()) == 0 ? kErrorNone : kErrorIoDevice;
 }
 
 void LinuxMachine::FormatVolume(const std::string& root, std::uint32_t /*media*/, const std::string& file_system,

@@ -7,11 +7,6 @@
 #include "platform/host/format_tools.h"
 #include "platform/simulated/simulated_drive.h"
 
-// Statuses of the format service that this machine knows.
-inline constexpr std::uint32_t kFormatWriteProtected = 0x07;
-inline constexpr std::uint32_t kFormatVolumeInUse = 0x08;  // or gone
-inline constexpr std::uint32_t kFormatCompleted = 0x0B;
-
 // Has the system's tool format a sparse file in memory that is as long as the volume, and copies what the tool wrote,
 // zeros too, to the volume's place, `position` on the drive (in bytes, whole sectors of 512). What the tool leaves
 // alone keeps its bytes; nothing is flushed, as the boot code is still to come. The status that ends the job; nothing

@@ -13,6 +13,7 @@ namespace {
 // The most bytes that one call moves, well below what its 32-bit count holds.
 constexpr std::size_t kTransferLimit = std::size_t{1} << 30;
 
+// NOLINTNEXTLINE(performance-no-int-to-ptr): it was a pointer before
 HANDLE SystemHandle(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
 
 std::string SystemText(DWORD error) {

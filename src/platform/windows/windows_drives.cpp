@@ -1,6 +1,7 @@
 #include <array>
 #include <span>
 
+#include "platform/windows/automation.h"
 #include "platform/windows/pass_through.h"
 #include "platform/windows/windows_machine.h"
 

@@ -9,13 +9,13 @@
 #include <vector>
 
 #include "platform/host/host_machine.h"
-#include "platform/windows/automation.h"
+#include "platform/windows/management.h"
 #include "platform/windows/system_calls.h"
 
 class WindowsMachine : public HostMachine {
  public:
   explicit WindowsMachine(HostSettings settings, const SystemCalls& calls = {})
-      : HostMachine(std::move(settings)), calls_(calls) {}
+      : HostMachine(std::move(settings)), calls_(calls), management_(calls) {}
 
   // --- windows_machine.cpp: the run, console, time, errors
   void SuppressErrorBoxes() override;
@@ -71,7 +71,10 @@ class WindowsMachine : public HostMachine {
 
  private:
   // Sets the last error from what a call returned; true for success.
-  bool Succeeded(BOOL result) { return Outcome(result != 0 ? ERROR_SUCCESS : calls_.GetLastError()); }
+  bool Succeeded(BOOL result) {
+    Outcome(result != 0 ? ERROR_SUCCESS : calls_.GetLastError());
+    return result != 0;
+  }
   // The same for what opens: the handle, or kInvalidHandle.
   Handle Opened(HANDLE opened);
   // A control code with an answer of at most `answer_bytes`.
@@ -82,8 +85,7 @@ class WindowsMachine : public HostMachine {
   std::map<Handle, HANDLE> searches_;
   // The first threads of started programs, closed with them.
   std::map<Handle, HANDLE> threads_;
-  ComPointer<IDispatch> management_;
-  ComPointer<IDispatch> shell_;
+  Management management_;
 };
 
 inline HANDLE SystemHandle(Handle handle) { return LongToHandle(handle); }

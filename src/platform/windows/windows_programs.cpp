@@ -2,9 +2,6 @@
 
 namespace {
 
-constexpr const wchar_t* kManagement = L"winmgmts:{impersonationLevel=impersonate}!\\\\.\\root\\cimv2";
-constexpr LONG kReturnAtOnceForwardOnly = 48;  // wbemFlagReturnImmediately and wbemFlagForwardOnly
-
 using IsWow64ProcessRoutine = BOOL(WINAPI*)(HANDLE process, BOOL* answer);
 
 }  // namespace
@@ -34,52 +31,15 @@ bool WindowsMachine::QueryExitCode(Handle process, std::uint32_t& code) {
   return known;
 }
 
-bool WindowsMachine::BindManagement() {
-  calls_.CoInitialize(nullptr);  // where that fails, so does the next call
-  management_ = {};
-  return SUCCEEDED(calls_.CoGetObject(kManagement, nullptr, IID_IDispatch, management_.UntypedPlace())) && management_;
-}
+bool WindowsMachine::BindManagement() { return management_.Bind(); }
 
 std::vector<std::vector<std::string>> WindowsMachine::QueryManagement(const std::string& query, bool forward_only,
                                                                       const std::vector<std::string>& properties) {
-  std::vector<std::vector<std::string>> rows;
-  std::vector<Variant> arguments;
-  arguments.emplace_back(WideText(query));
-  if (forward_only) {
-    arguments.emplace_back(std::wstring(L"WQL"));
-    arguments.emplace_back(kReturnAtOnceForwardOnly);
-  }
-  Variant result;
-  if (!management_ || !CallMember(*management_, L"ExecQuery", std::move(arguments), result)) {
-    return rows;
-  }
-  const auto found = result.Object<IDispatch>(IID_IDispatch);
-  if (!found) {
-    return rows;
-  }
-  for (const ComPointer<IDispatch>& object : ObjectsOf(*found)) {
-    std::vector<std::string>& row = rows.emplace_back();
-    for (const std::string& property : properties) {
-      Variant value;
-      row.push_back(CallMember(*object, WideText(property), {}, value) ? value.Text() : "");
-    }
-  }
-  return rows;
+  return management_.Query(query, forward_only, properties);
 }
 
 bool WindowsMachine::ReadRegistry(const std::string& path, std::string& value) {
-  CLSID shell{};
-  if (!shell_ && SUCCEEDED(calls_.CLSIDFromProgID(L"WScript.Shell", &shell))) {
-    calls_.CoCreateInstance(shell, nullptr, CLSCTX_SERVER, IID_IDispatch, shell_.UntypedPlace());
-  }
-  std::vector<Variant> arguments;
-  arguments.emplace_back(WideText(path));
-  Variant result;
-  if (!shell_ || !CallMember(*shell_, L"RegRead", std::move(arguments), result)) {
-    return Outcome(kErrorFileNotFound);
-  }
-  value = result.Text();
-  return Outcome(kErrorNone);
+  return Outcome(management_.ReadRegistry(path, value) ? kErrorNone : kErrorFileNotFound);
 }
 
 bool WindowsMachine::IsWow64() {

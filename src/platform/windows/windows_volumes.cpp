@@ -1,5 +1,6 @@
 #include <array>
 
+#include "platform/windows/automation.h"
 #include "platform/windows/windows_machine.h"
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/program.h"
@@ -22,17 +23,8 @@ class RecordedMachine : public testing::Test {
     ResetProgram(machine);
   }
 
-  // The calls so far, which are forgotten; the opens that found nothing are left out where `only_found` is set.
-  static Calls TakeCalls(bool only_found = false) {
-    Calls calls = std::move(recorder.calls);
-    recorder.calls.clear();
-    if (only_found) {
-      std::erase_if(calls, [](const std::string& call) {
-        return call.starts_with("CreateFileA(") && call.find(" = ") == std::string::npos;
-      });
-    }
-    return calls;
-  }
+  // The calls so far, which are forgotten.
+  static Calls TakeCalls() { return std::exchange(recorder.calls, {}); }
 
   WindowsMachine machine;
 };
