@@ -19,6 +19,10 @@ void FuzzBootRecord(FuzzBytes bytes);
 void FuzzExpression(FuzzBytes bytes);
 // The bytes as a command line, on a machine with a small drive; nothing may be written with NOWRITE in it.
 void FuzzCommandLine(FuzzBytes bytes);
+// The bytes as a command line, a zero byte, and a device's answers to SCSI commands.
+void FuzzScsiAnswers(FuzzBytes bytes);
+// The bytes as a command line, a zero byte, and the start of drive 1 and of every file.
+void FuzzWholeRun(FuzzBytes bytes);
 // The bytes as host options, separated by zero bytes.
 void FuzzHostOptions(FuzzBytes bytes);
 
@@ -29,5 +33,6 @@ struct FuzzTarget {
 inline constexpr std::array kFuzzTargets{
     FuzzTarget{"boot_record", FuzzBootRecord},   FuzzTarget{"command_line", FuzzCommandLine},
     FuzzTarget{"expression", FuzzExpression},    FuzzTarget{"extents", FuzzExtents},
-    FuzzTarget{"host_options", FuzzHostOptions}, FuzzTarget{"table_text", FuzzTableText},
+    FuzzTarget{"host_options", FuzzHostOptions}, FuzzTarget{"scsi_answers", FuzzScsiAnswers},
+    FuzzTarget{"table_text", FuzzTableText},     FuzzTarget{"whole_run", FuzzWholeRun},
 };

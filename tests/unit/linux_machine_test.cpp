@@ -4,13 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <deque>
 #include <filesystem>
 #include <functional>
 
-#include "support/run.h"
+#include "support/fake_system.h"
 
 namespace {
 
@@ -20,135 +18,6 @@ constexpr std::uint64_t kMebibyte = 1048576;
 constexpr OpenMode kReadWrite{kAccessReadWrite, kShareReadWrite, kOpenExisting, 0};
 constexpr OpenMode kQuery{0, kShareReadWrite, kOpenExisting, 0};
 const std::string kStick = "\\\\.\\PhysicalDrive1";
-
-// A system with drives that are files. Its mounts are those of the list.
-class FakeSystem : public LinuxSystem {
- public:
-  explicit FakeSystem(const std::string& root) : LinuxSystem({root + "/dev", root + "/sys", root + "/proc"}) {
-    Put(Trees().proc + "/self/mountinfo", "");
-    Put(Trees().proc + "/swaps", "Filename Type Size Used Priority\n");
-  }
-
-  static void Put(const std::string& file, const std::string& text) {
-    fs::create_directories(fs::path(file).parent_path());
-    fs::remove(file);
-    WriteBytes(file, 0, text);
-  }
-  std::string Sys(const std::string& file) const { return Trees().sys + "/block/" + file; }
-
-  // A USB stick of 64 MiB with a serial number; its number as a device is that of the plain file.
-  void AddStick(const std::string& name) {
-    const std::string usb = Trees().sys + "/devices/usb1/1-" + name;
-    Put(usb + "/idVendor", "1234\n");
-    Put(usb + "/serial", "S-" + name + "\n");
-    Put(usb + "/host/lun/vendor", "Maker   \n");
-    Put(usb + "/host/lun/model", "Stick           \n");
-    for (const auto& [file, text] :
-         std::vector<std::pair<std::string, std::string>>{{"dev", "0:0"},
-                                                          {"size", "131072"},
-                                                          {"removable", "1"},
-                                                          {"ro", "0"},
-                                                          {"diskseq", "7"},
-                                                          {"queue/logical_block_size", "512"}}) {
-      Put(Sys(name) + "/" + file, text + "\n");
-    }
-    fs::create_directory_symlink(usb + "/host/lun", Sys(name) + "/device");
-    Put(NodeOf(*this, name), "");
-    SetFileSize(NodeOf(*this, name), 64 * kMebibyte);
-  }
-
-  void AddPartition(const std::string& drive, int number, const std::string& device, int start, int sectors) {
-    const std::string folder = Sys(drive) + "/" + drive + std::to_string(number) + "/";
-    Put(folder + "partition", std::to_string(number));
-    Put(folder + "dev", device);
-    Put(folder + "start", std::to_string(start));
-    Put(folder + "size", std::to_string(sectors));
-    Put(NodeOf(*this, drive + std::to_string(number)), "");
-  }
-
-  void SetMounts(const std::vector<Mount>& mounts, const std::string& process = "self") {
-    std::string text;
-    for (const Mount& mount : mounts) {
-      text += std::to_string(mount.id) + " " + std::to_string(mount.parent) + " " + mount.device + " / " + mount.point +
-              " rw shared:1 - vfat " + mount.source + " rw\n";
-    }
-    Put(Trees().proc + "/" + process + "/mountinfo", text);
-    if (process == "self") {
-      mounts_ = mounts;
-    }
-  }
-
-  int Open(const std::string& node, int flags) override {
-    opens.push_back({fs::path(node).filename(), flags});
-    if ((flags & O_ACCMODE) == O_RDWR && writer_error != 0) {
-      errno = writer_error;
-      return -1;
-    }
-    return open_error != 0 ? (errno = open_error, -1) : LinuxSystem::Open(node, flags & ~O_DIRECT);
-  }
-  ssize_t Read(int descriptor, void* buffer, std::size_t bytes, off_t position) override {
-    return Transfer(bytes, [&](std::size_t count) { return LinuxSystem::Read(descriptor, buffer, count, position); });
-  }
-  ssize_t Write(int descriptor, const void* buffer, std::size_t bytes, off_t position) override {
-    return Transfer(bytes, [&](std::size_t count) { return LinuxSystem::Write(descriptor, buffer, count, position); });
-  }
-  int RereadTable(int /*descriptor*/) override {
-    if (busy_rereads-- > 0) {
-      errno = EBUSY;
-      return -1;
-    }
-    on_reread();
-    return 0;
-  }
-  int Unmount(const Mount& mount, bool only_ask) override {
-    const auto lies_on_it = [&](const Mount& other) { return other.parent == mount.id; };
-    if (mount.point == busy || std::any_of(mounts_.begin(), mounts_.end(), lies_on_it)) {
-      errno = EBUSY;
-      return -1;
-    }
-    if (only_ask) {
-      errno = EAGAIN;
-      return -1;
-    }
-    unmounted.push_back(mount.point);
-    std::erase_if(mounts_, [&](const Mount& other) { return other.id == mount.id; });
-    SetMounts(std::vector<Mount>(mounts_));
-    return 0;
-  }
-  void Pause(std::uint32_t /*milliseconds*/) override { ++pauses; }
-  void Complain(const std::string& text) override { complaints.push_back(text); }
-
-  struct Opened {
-    std::string name;
-    int flags;
-  };
-  std::vector<Opened> opens;
-  int open_error = 0;
-  int writer_error = 0;         // of opens for writing
-  std::string busy;             // a mount point that is in use
-  std::deque<ssize_t> outcome;  // of the next transfers: the most bytes that it moves, or -errno
-  int busy_rereads = 0;
-  std::function<void()> on_reread = [] {};
-  std::vector<std::string> unmounted;
-  std::vector<std::string> complaints;
-  int pauses = 0;
-
- private:
-  template <typename Call>
-  ssize_t Transfer(std::size_t bytes, Call call) {
-    const ssize_t most = outcome.empty() ? static_cast<ssize_t>(bytes) : outcome.front();
-    if (!outcome.empty()) {
-      outcome.pop_front();
-    }
-    if (most < 0) {
-      errno = static_cast<int>(-most);
-      return -1;
-    }
-    return call(std::min(bytes, static_cast<std::size_t>(most)));
-  }
-
-  std::vector<Mount> mounts_;
-};
 
 class LinuxDrives : public testing::Test {
  protected:
@@ -209,8 +78,8 @@ TEST_F(LinuxDrives, AreTakenFromSysfs) {
     std::uint64_t bytes;
     std::uint8_t bus;
   } items[] = {
-      {"\\\\.\\PhysicalDrive1", 1, 0, 64 * kMebibyte, kBusTypeUsb},
-      {"\\\\.\\PhysicalDrive3", 3, 0, 64 * kMebibyte, kBusTypeAta},
+      {"\\\\.\\PhysicalDrive1", 1, 0, kStickBytes, kBusTypeUsb},
+      {"\\\\.\\PhysicalDrive3", 3, 0, kStickBytes, kBusTypeAta},
       {"\\\\.\\D:", 1, 1, 512'000, kBusTypeUsb},
       {"\\\\.\\E:", 3, 1, 5120, kBusTypeAta},
       {"\\\\.\\F:", 3, 5, 256'000, kBusTypeAta},
@@ -424,7 +293,7 @@ TEST_F(LinuxDrives, FailWithTheirCode) {
       EXPECT_EQ(moved, 0U);
     }
   }
-  machine.Seek(handle, 64 * kMebibyte - 512);
+  machine.Seek(handle, kStickBytes - 512);
   EXPECT_FALSE(machine.Read(handle, buffer, moved));
   EXPECT_EQ(machine.LastError(), kErrorSectorNotFound);
   machine.Seek(handle, 100);
