@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 
 #include "cli/option_model.h"
 #include "console/console.h"
@@ -125,7 +126,10 @@ void GetDiskDriveInfo(std::int32_t drive) {
   ClearRecord();
   BytesPerSector = kSectorBytes;
   DriveBus = IsUsbDrive(drive) ? "USB" : "";
-  const std::uint64_t size = GetSCSICapacity(drive);
+  std::uint64_t size = GetSCSICapacity(drive);
+  if (size > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+    size = 0;  // a device that makes no sense
+  }
   Diagnose(" SCSI size=" + std::to_string(size));
   DriveReportedBytes = size;
   DriveBytes = (static_cast<std::int64_t>(size / kCylinderBytes) - 1) * kCylinderBytes;

@@ -82,11 +82,18 @@ TEST(SimulatedFormat, FindsTheToolInAbsoluteFolders) {
   const ScratchFolder folder;
   WriteBytes(folder.File("mkntfs"), 0, "#!/bin/sh\nexit 1\n");
   std::filesystem::permissions(folder.File("mkntfs"), std::filesystem::perms::owner_all);
+  std::filesystem::create_directories(folder.File("folders/mkntfs"));
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(folder.File(""));
   const std::string path = std::getenv("PATH");
-  for (const auto& [folders, statuses] : std::vector<std::pair<std::string, Statuses>>{
-           {"", {}}, {"/nowhere", {0x0B}}, {".::", {0x0B}}, {"/nowhere:" + folder.File(""), {}}}) {
+  for (const auto& [folders, statuses] :
+       std::vector<std::pair<std::string, Statuses>>{{"", {}},
+                                                     {"/nowhere", {}},
+                                                     {".::", {}},
+                                                     {"/usr/bin", {0x0B}},
+                                                     {"/nowhere:/bin", {0x0B}},
+                                                     {folder.File("folders") + ":/usr/sbin", {0x0B}},
+                                                     {"/bin:" + folder.File(""), {}}}) {
     setenv("PATH", folders.c_str(), 1);
     SimulatedMachine machine({}, PartitionedDrive({}));
     EXPECT_EQ(Format(machine, "NTFS"), statuses) << folders;
@@ -105,6 +112,25 @@ TEST(SimulatedFormat, TellsTheVolumeItsPlace) {
   const std::vector<std::uint8_t> placed = regions;
   StoreExfatChecksum(regions);
   EXPECT_EQ(placed, regions);
+}
+
+TEST(SimulatedFormat, TakesTheGeometryOfTheTable) {
+  const struct {
+    std::uint8_t last_head, last_sector;
+    std::uint32_t heads, sectors_per_track;
+  } cases[] = {{0, 0, 255, 63}, {63, 0xE0, 64, 32}, {254, 0xFF, 255, 63}, {255, 63, 255, 63}, {15, 63, 16, 63}};
+  for (const auto& c : cases) {
+    SimulatedMachine machine({}, PartitionedDrive({}));
+    std::vector<std::uint8_t> sector(kSector);
+    machine.DriveOf(1)->Read(0, sector);
+    sector[446 + 5] = c.last_head;
+    sector[446 + 6] = c.last_sector;
+    machine.DriveOf(1)->Write(0, sector);
+    EXPECT_EQ(Format(machine, "NTFS"), Statuses{0x0B});
+    machine.DriveOf(1)->Read(kStart * kSector, sector);
+    EXPECT_EQ(LoadLittle(&sector[0x18], 2), c.sectors_per_track) << int{c.last_head};
+    EXPECT_EQ(LoadLittle(&sector[0x1A], 2), c.heads) << int{c.last_head};
+  }
 }
 
 TEST(SimulatedFormat, WritesThroughTheDrive) {

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,7 +28,15 @@ std::vector<std::string> CommandOf(const FormatJob& job) {
   std::vector<std::string> command = {"mkfs.exfat"};
   if (job.file_system != "EXFAT") {
     // By force, since a plain file is no device to it.
-    command = {"mkntfs", "-Q", "-F", "-H", "255", "-S", "63", "-p", std::to_string(job.first_sector)};
+    command = {"mkntfs",
+               "-Q",
+               "-F",
+               "-H",
+               std::to_string(job.heads),
+               "-S",
+               std::to_string(job.sectors_per_track),
+               "-p",
+               std::to_string(job.first_sector)};
   }
   if (!job.label.empty()) {
     command.insert(command.end(), {"-L", FromCodePage(job.label)});
@@ -36,17 +45,28 @@ std::vector<std::string> CommandOf(const FormatJob& job) {
   return command;
 }
 
+bool IsProgram(const std::string& file) {
+  struct stat status {};
+  return stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) && access(file.c_str(), X_OK) == 0;
+}
+
+// The folders in which tools are looked for: those of PATH, and behind them the system's where PATH names its sister
+// for everybody's programs, as that of a user who isn't root does.
+std::string ToolFolders() {
+  const char* path = std::getenv("PATH");
+  const std::string folders = path == nullptr ? "/usr/bin:/bin" : path;
+  const std::string marked = ":" + folders + ":";
+  const bool usual = marked.find(":/usr/bin:") != std::string::npos || marked.find(":/bin:") != std::string::npos;
+  return usual ? folders + ":/usr/sbin:/sbin" : folders;
+}
+
 // The tool's path; empty where there is none.
 std::string FindTool(const std::string& name) {
-  const char* path = std::getenv("PATH");
-  if (path != nullptr && *path == '\0') {
-    return {};
-  }
-  const std::string folders = std::string(path == nullptr ? "/usr/bin" : path) + ":/usr/sbin:/sbin";
+  const std::string folders = ToolFolders();
   for (std::size_t at = 0; at < folders.size();) {
     const std::size_t end = std::min(folders.find(':', at), folders.size());
     std::string file = folders.substr(at, end - at) + "/" + name;
-    if (folders[at] == '/' && access(file.c_str(), X_OK) == 0) {
+    if (folders[at] == '/' && IsProgram(file)) {
       return file;
     }
     at = end + 1;
@@ -145,6 +165,23 @@ bool SetExfatPlace(int descriptor, std::uint64_t first_sector) {
 }
 
 }  // namespace
+
+void SetGeometry(FormatJob& job, ConstByteSpan sector) {
+  constexpr std::size_t kTable = 0x1BE;
+  constexpr std::size_t kEntryBytes = 16;
+  constexpr std::size_t kTableEnd = kTable + 4 * kEntryBytes;
+  constexpr unsigned kSectorBits = 0x3F;
+  for (std::size_t at = kTable; at < kTableEnd && kTableEnd <= sector.size(); at += kEntryBytes) {
+    const ConstByteSpan entry = sector.subspan(at, kEntryBytes);
+    const std::uint32_t last_head = entry[5];
+    const std::uint32_t last_sector = entry[6] & kSectorBits;
+    if (LoadLittle(&entry[8], 4) == job.first_sector && last_head > 0 && last_head < UINT8_MAX && last_sector > 0) {
+      job.heads = last_head + 1;
+      job.sectors_per_track = last_sector;
+      return;
+    }
+  }
+}
 
 bool MakeFileSystem(int descriptor, const FormatJob& job) {
   if (!RunTool(descriptor, CommandOf(job))) {

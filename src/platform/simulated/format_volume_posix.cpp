@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <vector>
 
@@ -76,6 +77,10 @@ std::optional<std::uint32_t> FormatSimulatedVolume(SimulatedDrive& drive, std::u
   }
   const SparseFile file(bytes);
   job.first_sector = position / kDefaultSectorBytes;
+  std::array<std::uint8_t, kDefaultSectorBytes> table{};
+  if (drive.Read(0, table) == kErrorNone) {
+    SetGeometry(job, table);
+  }
   if (file.Descriptor() < 0 || !MakeFileSystem(file.Descriptor(), job)) {
     return std::nullopt;
   }
