@@ -451,8 +451,8 @@ void ShrinkIndex(const NtfsDrive& drive, const std::vector<std::string>& names) 
     const NtfsPlace place = PlaceOf(drive, name);
     ASSERT_GE(place.block, 0) << name;
     const std::string block = ReadIndexBlock(drive, runs, static_cast<std::uint64_t>(place.block));
-    std::string entry = block.substr(place.offset, Field(block, place.offset + kEntryLength, 2));
-    entry.resize(entry.size() - (place.has_child ? 8 : 0));
+    const std::size_t bytes = Field(block, place.offset + kEntryLength, 2) - (place.has_child ? 8 : 0);
+    std::string entry = block.substr(place.offset, bytes);
     SetField(entry, kEntryLength, entry.size(), 2);
     SetField(entry, kEntryFlags, 0, 2);
     entries += entry;

@@ -6,6 +6,7 @@
 #include <deque>
 #include <filesystem>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -63,7 +64,9 @@ class FakeSystem : public LinuxSystem {
     std::string text;
     for (const Mount& mount : mounts) {
       text += std::to_string(mount.id) + " " + std::to_string(mount.parent) + " " + mount.device + " / " + mount.point +
-              " rw shared:1 - vfat " + mount.source + " rw\n";
+              " rw" + (mount.shared.empty() ? "" : " shared:" + mount.shared) +
+              (mount.master.empty() ? "" : " master:" + mount.master) + " - " + mount.type + " " + mount.source +
+              " rw\n";
     }
     Put(Trees().proc + "/" + process + "/mountinfo", text);
     if (process == "self") {
@@ -85,9 +88,21 @@ class FakeSystem : public LinuxSystem {
   ssize_t Write(int descriptor, const void* buffer, std::size_t bytes, off_t position) override {
     return Transfer(bytes, [&](std::size_t count) { return LinuxSystem::Write(descriptor, buffer, count, position); });
   }
+  // A process that has the node of a drive or partition open.
+  void AddOpen(const std::string& process, const std::string& name, int flags) {
+    const std::string folder = Trees().proc + "/" + process;
+    std::filesystem::create_directories(folder + "/fd");
+    std::filesystem::remove(folder + "/fd/3");
+    std::filesystem::create_symlink(NodeOf(*this, name), folder + "/fd/3");
+    std::ostringstream text;
+    text << "pos:\t0\nflags:\t0" << std::oct << flags << "\nmnt_id:\t5\n";
+    Put(folder + "/fdinfo/3", text.str());
+    Put(folder + "/comm", "shell\n");
+  }
+
   int RereadTable(int /*descriptor*/) override {
     if (busy_rereads-- > 0) {
-      errno = EBUSY;
+      errno = reread_error;
       return -1;
     }
     on_reread();
@@ -95,7 +110,8 @@ class FakeSystem : public LinuxSystem {
   }
   int Unmount(const Mount& mount, bool only_ask) override {
     const auto lies_on_it = [&](const Mount& other) { return other.parent == mount.id; };
-    if (mount.point == busy || std::any_of(mounts_.begin(), mounts_.end(), lies_on_it)) {
+    if (mount.point == busy || (mount.point == soon_busy && !only_ask) ||
+        std::any_of(mounts_.begin(), mounts_.end(), lies_on_it)) {
       errno = EBUSY;
       return -1;
     }
@@ -108,7 +124,10 @@ class FakeSystem : public LinuxSystem {
     SetMounts(std::vector<Mount>(mounts_));
     return 0;
   }
-  void Pause(std::uint32_t /*milliseconds*/) override { ++pauses; }
+  void Pause(std::uint32_t /*milliseconds*/) override {
+    ++pauses;
+    on_pause();
+  }
   void Complain(const std::string& text) override { complaints.push_back(text); }
 
   struct Opened {
@@ -119,9 +138,12 @@ class FakeSystem : public LinuxSystem {
   int open_error = 0;
   int writer_error = 0;         // of opens for writing
   std::string busy;             // a mount point that is in use
+  std::string soon_busy;        // and one that is not yet, when that is asked for
   std::deque<ssize_t> outcome;  // of the next transfers: the most bytes that it moves, or -errno
   int busy_rereads = 0;
+  int reread_error = EBUSY;  // of those
   std::function<void()> on_reread = [] {};
+  std::function<void()> on_pause = [] {};
   std::vector<std::string> unmounted;
   std::vector<std::string> complaints;
   int pauses = 0;

@@ -87,14 +87,14 @@ std::optional<DriveFacts> ReadDriveFacts(const LinuxSystem& system, int number) 
   facts.name = std::string("sd") + static_cast<char>('a' + number);
   const std::string folder = system.Trees().sys + "/block/" + facts.name;
   facts.device = FirstLine(folder + "/dev");
-  if (facts.device.empty()) {
+  facts.sector_bytes = static_cast<std::uint32_t>(NumberIn(folder + "/queue/logical_block_size"));
+  if (facts.device.empty() || facts.sector_bytes == 0) {
     return std::nullopt;
   }
   facts.bytes = NumberIn(folder + "/size") * kBlockBytes;
-  facts.sector_bytes = static_cast<std::uint32_t>(NumberIn(folder + "/queue/logical_block_size"));
   facts.removable = NumberIn(folder + "/removable") != 0;
   facts.read_only = NumberIn(folder + "/ro") != 0;
-  facts.sequence = FirstLine(folder + "/diskseq");
+  facts.sequence = ReadSequence(system, facts.name);
   for (const char* part : {"vendor", "model", "rev"}) {
     facts.model = Trimmed(facts.model + " " + Trimmed(FirstLine(folder + "/device/" + part)));
   }
@@ -105,9 +105,13 @@ std::optional<DriveFacts> ReadDriveFacts(const LinuxSystem& system, int number) 
   return facts;
 }
 
+std::string ReadSequence(const LinuxSystem& system, const std::string& name) {
+  return FirstLine(system.Trees().sys + "/block/" + name + "/diskseq");
+}
+
 bool SameDevice(const DriveFacts& before, const DriveFacts& now) {
-  return before.model == now.model && before.serial == now.serial && before.bytes == now.bytes &&
-         (!before.serial.empty() || before.sequence == now.sequence);
+  return before.sequence == now.sequence && before.model == now.model && before.serial == now.serial &&
+         before.bytes == now.bytes;
 }
 
 std::string DescriptionOf(const DriveFacts& facts) {

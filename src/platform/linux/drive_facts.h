@@ -23,20 +23,21 @@ struct DriveFacts {
   std::string name;         // "sdb"
   std::string device;       // "8:16"
   std::uint64_t bytes = 0;  // 0 without a medium
-  std::uint32_t sector_bytes = 0;
+  std::uint32_t sector_bytes = 0;  // above 0
   bool removable = false;
   bool read_only = false;
   bool usb = false;
   std::string model;                  // vendor, product and revision
   std::string serial;                 // empty where it has none
-  std::string sequence;               // changes when the number is given to another device; empty on an old kernel
+  std::string sequence;               // another one for each device and each medium; empty on an old kernel
   std::vector<Partition> partitions;  // in the order of their numbers
 };
 
-// Nothing where there is no such drive.
+// Nothing where there is no such drive, or one that the kernel has not finished with.
 std::optional<DriveFacts> ReadDriveFacts(const LinuxSystem& system, int number);
-// Whether both are the same drive with the same medium. Where it has no serial number, one that has been taken out and
-// put in again counts as another.
+// A drive's sequence as it is now.
+std::string ReadSequence(const LinuxSystem& system, const std::string& name);
+// Whether both are the same drive with the same medium. What has been taken out and put in again counts as another.
 bool SameDevice(const DriveFacts& before, const DriveFacts& now);
 // Model, serial number and size, for a message.
 std::string DescriptionOf(const DriveFacts& facts);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <system_error>
 
 #include "platform/linux/drive_use.h"
 
@@ -14,9 +15,6 @@ namespace {
 
 constexpr std::size_t kPieceBytes = std::size_t{4} << 20;  // of a long transfer
 constexpr std::align_val_t kAlignment{4096};               // suits every sector size and memory page
-// What else looks at a drive for a moment, such as the device manager after a change, is waited for.
-constexpr int kTries = 20;
-constexpr std::uint32_t kBetweenTries = 100;  // milliseconds
 
 ErrorCode CodeOfOpen(int error) {
   switch (error) {
@@ -74,6 +72,21 @@ ErrorCode OpenDevice(LinuxSystem& system, const std::string& node, const std::st
   return kErrorNone;
 }
 
+std::string ReplacedText(const std::string& node, const DriveFacts& before, const DriveFacts& now) {
+  const std::string was = DescriptionOf(before);
+  const std::string is = DescriptionOf(now);
+  return node + (was == is ? " has been put in again, or has another medium now (" + is
+                           : " is another device now (" + is + "; it was " + was) + ")";
+}
+
+std::string JoinedWithAnd(const std::vector<std::string>& texts) {
+  std::string joined;
+  for (const std::string& text : texts) {
+    joined += (joined.empty() ? "" : " and ") + text;
+  }
+  return joined;
+}
+
 // Repeats `step` (bytes done so far: bytes moved, -1 with errno) until everything has moved.
 template <typename Step>
 ErrorCode MoveAll(std::size_t bytes, Step step) {
@@ -103,7 +116,9 @@ std::uint8_t* LinuxDrive::Buffer() {
 
 ErrorCode LinuxDrive::Refuse(ErrorCode code, const std::string& why) {
   if (!complained_) {
-    system_.Complain("drive " + std::to_string(number_) + " is refused: " + why);
+    system_.Complain("drive " + std::to_string(number_) + " is refused: " + why +
+                     (unmounted_.empty() ? "" : "; before that was found, " + JoinedWithAnd(unmounted_) +
+                                                    (unmounted_.size() > 1 ? " were" : " was") + " unmounted"));
   }
   complained_ = true;
   return code;
@@ -115,8 +130,7 @@ ErrorCode LinuxDrive::Find() {
     return kErrorFileNotFound;
   }
   if (known_ && !SameDevice(*known_, *now)) {
-    return Refuse(kErrorAccessDenied, NodeOf(system_, now->name) + " is another device now (" + DescriptionOf(*now) +
-                                          "; it was " + DescriptionOf(*known_) + ")");
+    return Refuse(kErrorAccessDenied, ReplacedText(NodeOf(system_, now->name), *known_, *now));
   }
   facts_ = *now;
   return kErrorNone;
@@ -134,6 +148,10 @@ ErrorCode LinuxDrive::OpenNode(int flags, Descriptor& descriptor) {
   }
   if (!known_) {
     known_ = facts_;
+    pin_ = Descriptor(fcntl(opened.Get(), F_DUPFD_CLOEXEC, opened.Get()));
+    if (!pin_.IsOpen()) {
+      return kErrorIoDevice;
+    }
   }
   descriptor = std::move(opened);
   return kErrorNone;
@@ -148,23 +166,23 @@ ErrorCode LinuxDrive::Open(Descriptor& descriptor) {
 }
 
 ErrorCode LinuxDrive::Hold() {
-  if (holder_.IsOpen()) {
+  if (held_) {
     return kErrorNone;
   }
-  Descriptor opened;
+  Descriptor opened;  // its lock is that of the pin, where it is the first that is opened
   if (const ErrorCode code = Open(opened); code != kErrorNone) {
     return code;
   }
   if (facts_.bytes == 0) {
     return Refuse(kErrorNotReady, Node() + " has no medium");
   }
-  for (int i = 0; flock(opened.Get(), LOCK_EX | LOCK_NB) != 0; ++i) {
+  for (int i = 0; flock(pin_.Get(), LOCK_EX | LOCK_NB) != 0; ++i) {
     if (i == kTries) {
       return Refuse(kErrorSharingViolation, Node() + " is locked by another program");
     }
     system_.Pause(kBetweenTries);
   }
-  holder_ = std::move(opened);
+  held_ = true;
   return kErrorNone;
 }
 
@@ -184,7 +202,7 @@ ErrorCode LinuxDrive::Claim() {
 }
 
 ErrorCode LinuxDrive::OpenWriter() {
-  if (const std::string user = FreeDrive(system_, facts_); !user.empty()) {
+  if (const std::string user = FreeDrive(system_, facts_, unmounted_); !user.empty()) {
     return Refuse(kErrorAccessDenied, user);
   }
   errno = 0;
@@ -195,22 +213,45 @@ ErrorCode LinuxDrive::OpenWriter() {
     code = OpenNode(O_RDWR | O_EXCL | O_DSYNC, writer_);
   }
   if (code == kErrorAccessDenied) {
-    Refuse(code, errno == EBUSY ? UserElsewhere(system_, facts_)
+    Refuse(code, errno == EBUSY ? UserOfFreed(system_, facts_)
                                 : Node() + " can't be opened without the right to write to it");
+  }
+  if (code == kErrorNone) {
+    unmounted_.clear();
   }
   return code;
 }
 
-ErrorCode LinuxDrive::LendPartition(std::uint32_t number, Descriptor& descriptor) {
-  const ErrorCode code = Claim();
-  const auto partition = std::find_if(facts_.partitions.begin(), facts_.partitions.end(),
-                                      [=](const Partition& each) { return each.number == number; });
-  if (code != kErrorNone || partition == facts_.partitions.end()) {
-    return code != kErrorNone ? code : kErrorFileNotFound;
+const Partition* LinuxDrive::PartitionAt(std::uint32_t number, std::uint64_t position, std::uint64_t bytes) const {
+  const auto found = std::find_if(facts_.partitions.begin(), facts_.partitions.end(), [=](const Partition& each) {
+    return each.number == number && each.position == position && each.bytes == bytes;
+  });
+  return found == facts_.partitions.end() ? nullptr : &*found;
+}
+
+ErrorCode LinuxDrive::LendPartition(std::uint32_t number, std::uint64_t position, std::uint64_t bytes,
+                                    Descriptor& descriptor) {
+  if (const ErrorCode code = Claim(); code != kErrorNone) {
+    return code;
+  }
+  if (table_changed_) {
+    const std::string why =
+        reread_error_ == EBUSY ? UserOfPartitions(system_, facts_) : std::system_category().message(reread_error_);
+    return Refuse(kErrorSharingViolation,
+                  "the system still uses its old partition table" + (reread_error_ == 0 ? "" : ": " + why));
+  }
+  const Partition* partition = PartitionAt(number, position, bytes);
+  if (partition == nullptr) {
+    return kErrorFileNotFound;
   }
   writer_ = Descriptor();
-  return OpenDevice(system_, NodeOf(system_, partition->name), partition->device, O_RDWR | O_DIRECT | O_DSYNC,
-                    descriptor);
+  ErrorCode code = OpenDevice(system_, NodeOf(system_, partition->name), partition->device,
+                              O_RDWR | O_DIRECT | O_DSYNC, descriptor);
+  if (code == kErrorNone) {
+    // While it is open the kernel keeps its table: what is found now stays.
+    code = Find();
+  }
+  return code == kErrorNone && PartitionAt(number, position, bytes) == nullptr ? kErrorFileNotFound : code;
 }
 
 ErrorCode LinuxDrive::Read(int descriptor, std::uint64_t position, ByteSpan buffer) {
@@ -229,9 +270,19 @@ ErrorCode LinuxDrive::Read(int descriptor, std::uint64_t position, ByteSpan buff
   return kErrorNone;
 }
 
+ErrorCode LinuxDrive::LostMedium() {
+  refused_ = Find() == kErrorAccessDenied ? kErrorAccessDenied : kErrorNotReady;
+  writer_ = Descriptor();
+  return refused_;
+}
+
 ErrorCode LinuxDrive::Write(std::uint64_t position, ConstByteSpan bytes) {
   ErrorCode code = Claim();
+  table_changed_ = table_changed_ || position < facts_.sector_bytes;
   while (code == kErrorNone && !bytes.empty()) {
+    if (ReadSequence(system_, facts_.name) != facts_.sequence) {
+      return LostMedium();
+    }
     const std::size_t count = std::min(bytes.size(), kPieceBytes);
     std::copy_n(bytes.begin(), count, Buffer());
     code = MoveAll(count, [&](std::size_t done) {
@@ -246,11 +297,13 @@ ErrorCode LinuxDrive::Write(std::uint64_t position, ConstByteSpan bytes) {
 ErrorCode LinuxDrive::RereadTable(int descriptor) {
   const bool claimed = writer_.IsOpen();
   for (int i = 0; system_.RereadTable(claimed ? writer_.Get() : descriptor) != 0; ++i) {
-    if (errno != EBUSY || !holder_.IsOpen() || i == kTries) {
-      return CodeOfOpen(errno);
+    if (errno != EBUSY || !held_ || i == kTries) {
+      reread_error_ = errno;
+      return CodeOfOpen(reread_error_);
     }
     system_.Pause(kBetweenTries);
   }
+  table_changed_ = false;
   const ErrorCode code = Find();
   const auto missing = [this](const Partition& partition) {
     std::error_code error;

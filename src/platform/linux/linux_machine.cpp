@@ -9,6 +9,9 @@
 
 namespace {
 
+constexpr std::uint64_t kSmallBytes = 65536;  // of a partition that is hardly anybody's volume
+constexpr std::size_t kSignatureAt = 510;
+
 int DescriptorOf(const std::shared_ptr<void>& device) {
   return device == nullptr ? -1 : static_cast<const Descriptor*>(device.get())->Get();
 }
@@ -124,16 +127,30 @@ bool LinuxMachine::ScsiCommand(Handle handle, ConstByteSpan cdb, ByteSpan data, 
   return item != nullptr && Outcome(SendScsiCommand(*system_, DescriptorOf(item->device), cdb, data, returned));
 }
 
+bool LinuxMachine::HasBootRecord(const Volume& volume) {
+  LinuxDrive& drive = *Entry(volume.drive).drive;
+  Descriptor descriptor;
+  std::vector<std::uint8_t> sector(drive.Facts().sector_bytes);
+  return drive.Open(descriptor) == kErrorNone &&
+         drive.Read(descriptor.Get(), volume.position, sector) == kErrorNone &&
+         (sector[0] == 0xEB || sector[0] == 0xE9) && sector[kSignatureAt] == 0x55 && sector[kSignatureAt + 1] == 0xAA;
+}
+
 bool LinuxMachine::QueryVolumeSize(const std::string& name, std::uint64_t& bytes) {
+  bytes = 0;
   const Volume* volume = VolumeAt(name);
-  bytes = volume == nullptr ? 0 : volume->bytes;
-  return Outcome(volume == nullptr ? kErrorFileNotFound : kErrorNone);
+  if (volume == nullptr) {
+    return Outcome(kErrorFileNotFound);
+  }
+  const bool has_size = volume->bytes >= kSmallBytes || HasBootRecord(*volume);
+  bytes = has_size ? volume->bytes : 0;
+  return Outcome(has_size ? kErrorNone : kErrorNotReady);
 }
 
 ErrorCode LinuxMachine::MakeVolume(const Volume& volume, const std::string& file_system, const std::string& label) {
   LinuxDrive& drive = *Entry(volume.drive).drive;
   Descriptor partition;
-  const ErrorCode code = drive.LendPartition(volume.index, partition);
+  const ErrorCode code = drive.LendPartition(volume.index, volume.position, volume.bytes, partition);
   if (code != kErrorNone) {
     return code;
   }
@@ -153,6 +170,7 @@ void LinuxMachine::FormatVolume(const std::string& root, std::uint32_t /*media*/
       callback(kFormatWriteProtected, 0, 0);
       break;
     case kErrorFileNotFound:
+    case kErrorNotReady:
     case kErrorAccessDenied:
     case kErrorSharingViolation:
       callback(kFormatVolumeInUse, 0, 0);

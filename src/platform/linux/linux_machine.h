@@ -23,7 +23,8 @@ class LinuxMachine : public DriveMachine {
   bool Control(Handle handle, ControlCode code) override;
   bool QueryBusType(Handle handle, std::uint8_t& bus) override;
   bool ScsiCommand(Handle handle, ConstByteSpan cdb, ByteSpan data, std::uint32_t& returned) override;
-  // The partition's size: nothing is read to find out what is on it.
+  // The partition's size. Only of a small one, which must not be taken for a volume where it isn't formatted, the first
+  // sector is read.
   bool QueryVolumeSize(const std::string& name, std::uint64_t& bytes) override;
   void FormatVolume(const std::string& root, std::uint32_t media, const std::string& file_system,
                     const std::string& label, const FormatCallback& callback) override;
@@ -44,6 +45,8 @@ class LinuxMachine : public DriveMachine {
   NumberedDrive& Entry(int number) { return drives_.at(static_cast<std::size_t>(number)); }
   LinuxDrive& DriveOf(const OpenItem& item) { return *Entry(item.number).drive; }
   void RefreshVolumes(int number);
+  // Whether a file system that starts with a boot record is on the volume.
+  bool HasBootRecord(const Volume& volume);
   ErrorCode RereadTable(const OpenItem& item);
   // The outcome of formatting: kErrorNone when the tool has done it.
   ErrorCode MakeVolume(const Volume& volume, const std::string& file_system, const std::string& label);

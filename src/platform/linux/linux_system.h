@@ -31,14 +31,21 @@ class Descriptor {
   int number_;
 };
 
-// One mount of this process's namespace.
+// One mount, as a process sees it.
 struct Mount {
-  int id = 0;
-  int parent = 0;      // the mount that its mount point lies on
-  std::string device;  // "8:17"; of some file systems a number of no device
-  std::string point;   // the folder
-  std::string source;  // what was mounted, as it was named
+  int id = 0;  // of no other mount, whatever its namespace
+  int parent = 0;           // the mount that its mount point lies on
+  std::string device;       // "8:17"; of some file systems a number of no device
+  std::string point;        // the folder
+  std::string source;       // what was mounted, as it was named
+  std::string type = {};    // the file system
+  std::string shared = {};  // the group of mounts that pass on to each other what is mounted and unmounted on them
+  std::string master = {};  // the group that it takes that from; empty, as `shared`, for none
 };
+
+// What else looks at a drive for a moment, such as the device manager after a change, is waited for.
+inline constexpr int kTries = 20;
+inline constexpr std::uint32_t kBetweenTries = 100;  // milliseconds
 
 class LinuxSystem {
  public:
