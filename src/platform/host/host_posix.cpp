@@ -70,6 +70,9 @@ void ShowQuestion(const std::string& text, int buttons, bool printed) {
     return;
   }
   std::string question = choices_only ? "" : FromCodePage(text);
+  if (!choices_only && !text.starts_with("\r\n")) {
+    question.insert(0, "\r\n");  // the line that stands on the terminal may not be at its end
+  }
   question.append("\r\n").append(Choices(buttons));
   WriteAll(terminal, question);  // a terminal that takes nothing is as good as none
   close(terminal);
