@@ -39,6 +39,13 @@ std::string SizeField(std::int64_t bytes) {
   return PadText(NumberText(size, "###############0.0"), ' ', kWidth, false) + unit;
 }
 
+// A volume that another letter is taken in place of. One without a size isn't: it may just not be formatted yet.
+bool IsTooSmall(const std::string& letter) {
+  constexpr double kSmallest = 40'000;
+  const double size = std::stod(VolumeBytes(letter));
+  return size > 0 && size < kSmallest;
+}
+
 }  // namespace
 
 void ListDrives(bool show) {
@@ -81,23 +88,18 @@ std::string DriveLine(int mode) {
 }
 
 std::string GetDriveLetter(std::int32_t drive) {
-  constexpr double kTooSmall = 40'000;
   DebugLog(" GetDriveLetter " + std::to_string(drive));
   if (drive >= kNoDriveFound) {
     return "";
   }
   std::array<std::string, 4> letters;
   Get_Drive_Volumes(drive, letters[0], letters[1], letters[2], letters[3]);
-  std::string letter = letters[0];
-  double size = std::stod(VolumeBytes(letter));
-  for (std::size_t i = 1; i < letters.size(); ++i) {
-    if (!letters[i].empty() && size > 0 && size < kTooSmall) {
-      letter = letters[i];
-      size = std::stod(VolumeBytes(letter));
-    }
+  std::size_t chosen = 0;
+  while (chosen + 1 < letters.size() && IsTooSmall(letters[chosen]) && !letters[chosen + 1].empty()) {
+    ++chosen;  // the last one is taken as it is, whatever its size
   }
-  DebugLog(" GetDriveLetter returned " + letter);
-  return letter;
+  DebugLog(" GetDriveLetter returned " + letters[chosen]);
+  return letters[chosen];
 }
 
 std::string VolumeBytes(const std::string& letter) {

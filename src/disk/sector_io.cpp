@@ -72,7 +72,8 @@ bool DirectWrite(std::uint64_t lba, std::int32_t sectors) {
 
 std::string SystemErrorText(std::uint32_t code) {
   constexpr std::size_t kLineEnd = 2;
-  const std::string message = port->ErrorMessage(code == 0 ? port->LastError() : code);
+  constexpr MessageMode kAnyMessage{kMessageFromSystem | kMessageIgnoreInserts, 256};
+  const std::string message = port->ErrorMessage(code == 0 ? port->LastError() : code, kAnyMessage);
   if (message.size() < kLineEnd) {
     return "";
   }

@@ -9,6 +9,7 @@ namespace {
 constexpr OpenMode kReadWrite{kAccessReadWrite, kShareReadWrite, kOpenExisting, 0};
 constexpr OpenMode kQueryOnly{0, kShareReadWrite, kOpenExisting, 0};
 constexpr OpenMode kUnbuffered{kAccessReadWrite, kShareReadWrite, kOpenExisting, kFlagNoBuffering};
+constexpr MessageMode kPlainMessage{kMessageFromSystem, 255};
 
 // The drive behind the name, closed again at once; kNoDriveNumber where it can't be opened or is no disk.
 std::int32_t DriveNumberBehind(const std::string& path) {
@@ -201,9 +202,10 @@ bool ReMount_Drive(std::int32_t drive) {
   port->Control(handle, ControlCode::kUpdateProperties);
   const std::uint32_t code = port->LastError();
   if (code != kErrorNone) {
-    DebugLog(" ReMount_Drive Error: " + std::to_string(code) + " - " + CutAtNul(port->ErrorMessage(code)));
+    DebugLog(" ReMount_Drive Error: " + std::to_string(code) + " - " +
+             CutAtNul(port->ErrorMessage(code, kPlainMessage)));
   }
-  MyCloseHandle(handle);
+  MyCloseHandle(handle);  // after a failure too: nobody else has this handle
   return code == kErrorNone;
 }
 

@@ -95,6 +95,14 @@ inline constexpr int kAnswerCancel = 2;
 inline constexpr int kAnswerYes = 6;
 inline constexpr int kAnswerNo = 7;
 
+// What FormatMessage is given beside the code.
+struct MessageMode {
+  std::uint32_t flags;       // kMessage...
+  std::uint32_t characters;  // room for the text
+};
+inline constexpr std::uint32_t kMessageFromSystem = 0x1000;
+inline constexpr std::uint32_t kMessageIgnoreInserts = 0x200;
+
 // The format service calls back with a status, what it is doing, and a detail of that. The answer is whether to go on.
 using FormatCallback =
     std::function<std::uint32_t(std::uint32_t status, std::uint32_t sub_action, std::uint32_t action_info)>;
@@ -156,8 +164,9 @@ class Platform {
   // --- Errors ----------------------------------------------------------------------------------------------------
 
   virtual std::uint32_t LastError() = 0;
-  // The system's message for a code, with CR LF behind it; empty for a code that it does not know.
-  virtual std::string ErrorMessage(std::uint32_t code) = 0;
+  // The system's message for a code, with CR LF behind it; empty for a code that it does not know, for a message that
+  // is too long, and for one with places to fill in that the mode doesn't ignore.
+  virtual std::string ErrorMessage(std::uint32_t code, const MessageMode& mode) = 0;
 
   // --- Drives and volumes, opened by path ------------------------------------------------------------------------
 

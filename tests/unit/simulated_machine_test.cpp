@@ -174,9 +174,10 @@ TEST_F(SimulatedMachineTest, FaultsHitTheChosenCalls) {
 }
 
 TEST_F(SimulatedMachineTest, ErrorMessages) {
-  EXPECT_EQ(machine.ErrorMessage(0), "The operation completed successfully.\r\n");
-  EXPECT_EQ(machine.ErrorMessage(kErrorSectorNotFound), "The drive cannot find the sector requested.\r\n");
-  EXPECT_EQ(machine.ErrorMessage(12345), "");
+  const MessageMode mode{kMessageFromSystem, 255};
+  EXPECT_EQ(machine.ErrorMessage(0, mode), "The operation completed successfully.\r\n");
+  EXPECT_EQ(machine.ErrorMessage(kErrorSectorNotFound, mode), "The drive cannot find the sector requested.\r\n");
+  EXPECT_EQ(machine.ErrorMessage(12345, mode), "");
 }
 
 TEST_F(SimulatedMachineTest, StandardOutputCanBeClosed) {

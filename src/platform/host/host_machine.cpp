@@ -110,7 +110,8 @@ std::int64_t HostMachine::CalendarSeconds() {
 
 std::string HostMachine::DateTimeText() { return LocalDateTime(std::chrono::system_clock::now() + skipped_); }
 
-std::string HostMachine::ErrorMessage(std::uint32_t code) {
+// All of its messages are short and have no places to fill in.
+std::string HostMachine::ErrorMessage(std::uint32_t code, const MessageMode& /*mode*/) {
   for (const ErrorRow& row : kMessages) {
     if (row.code == code) {
       return std::string(row.message) + "\r\n";

@@ -52,7 +52,7 @@ class HostMachine : public Platform {
   std::string DateTimeText() override;
 
   std::uint32_t LastError() override { return last_error_; }
-  std::string ErrorMessage(std::uint32_t code) override;
+  std::string ErrorMessage(std::uint32_t code, const MessageMode& mode) override;
 
   bool FindFile(const std::string& path) override;
   Handle OpenFile(const std::string& path, const OpenMode& mode) override;

@@ -1,6 +1,5 @@
 #include "platform/windows/windows_machine.h"
 
-#include <array>
 #include <cstdlib>
 
 void WindowsMachine::SuppressErrorBoxes() { calls_.SetErrorMode(SEM_FAILCRITICALERRORS); }
@@ -53,9 +52,8 @@ void WindowsMachine::Wait(std::uint32_t milliseconds) { calls_.Sleep(millisecond
 
 std::uint32_t WindowsMachine::TickCount() { return calls_.GetTickCount(); }
 
-std::string WindowsMachine::ErrorMessage(std::uint32_t code) {
-  std::array<char, 256> text{};
-  const DWORD characters = calls_.FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                                                 code, 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
-  return {text.data(), characters};
+std::string WindowsMachine::ErrorMessage(std::uint32_t code, const MessageMode& mode) {
+  std::string text(mode.characters, '\0');
+  text.resize(calls_.FormatMessageA(mode.flags, nullptr, code, 0, text.data(), mode.characters, nullptr));
+  return text;
 }

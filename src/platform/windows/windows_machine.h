@@ -27,7 +27,7 @@ class WindowsMachine : public HostMachine {
   void CloseShellDialog(std::string_view title) override;
   void Wait(std::uint32_t milliseconds) override;
   std::uint32_t TickCount() override;
-  std::string ErrorMessage(std::uint32_t code) override;
+  std::string ErrorMessage(std::uint32_t code, const MessageMode& mode) override;
 
   // --- windows_drives.cpp
   Handle Open(const std::string& path, const OpenMode& mode) override;

@@ -203,8 +203,10 @@ TEST(LiveMachine, KnowsFilesDrivesAndErrors) {
   EXPECT_EQ(machine.OpenFile("\\\\.\\C:", {kAccessRead, kShareReadWrite, kOpenExisting, 0}), kInvalidHandle);
   EXPECT_EQ(machine.DriveType("C:\\"), kDriveTypeFixed);
   EXPECT_EQ(machine.DriveType("X:\\"), kDriveTypeNoRoot);
-  EXPECT_EQ(machine.ErrorMessage(2).substr(0, 5), "File ");
-  EXPECT_EQ(machine.ErrorMessage(0x7FFFFFFF), "");
+  const MessageMode mode{kMessageFromSystem, 255};
+  EXPECT_EQ(machine.ErrorMessage(2, mode).substr(0, 5), "File ");
+  EXPECT_EQ(machine.ErrorMessage(0x7FFFFFFF, mode), "");
+  EXPECT_EQ(machine.ErrorMessage(2, {kMessageFromSystem, 5}), "");
   std::string name;
   const Handle search = machine.FirstVolume(name);
   ASSERT_NE(search, kInvalidHandle);

@@ -1,5 +1,6 @@
 // What is asked of drives and volumes, call by call: identification, transfers, locks, the walk over the volumes.
 #include <cstring>
+#include <regex>
 
 #include "cli/option_model.h"
 #include "discovery/drive_list.h"
@@ -242,6 +243,29 @@ TEST_F(Drives, RemountHasTheTableReadAgain) {
   recorder.failing = {"DeviceIoControl 70140"};
   EXPECT_FALSE(ReMount_Drive(1));
   EXPECT_FALSE(ReMount_Drive(2));
+}
+
+TEST_F(Drives, AFailedRemountTellsTheSystemsErrorAndCloses) {
+  OptDebug = true;
+  recorder.failing = {"DeviceIoControl 70140"};
+  recorder.error = ERROR_NOT_READY;
+  EXPECT_FALSE(ReMount_Drive(1));
+  Calls calls = TakeCalls();
+  std::erase(calls, "GetStdHandle(-11)");
+  for (std::string& call : calls) {
+    call = std::regex_replace(call, std::regex("^(WriteFile\\(7, \r\n)\\d.*:\\d\\d( [AP]M)? "), "$1");  // no date
+  }
+  EXPECT_EQ(calls, (Calls{
+                       "CreateFileA(\\\\.\\PhysicalDrive1, C0000000, 3, null, 3, 0, null) = 10",
+                       "WriteFile(7, \r\nOPENED HANDLE for drive PhysicalDrive1 = 16, null)",
+                       "WriteFile(7, \r\nReMount_Drive Performing IOCTL_DISK_UPDATE_PROPERTIES on drive PhysicalDrive1 "
+                       "Handle=16, null)",
+                       "DeviceIoControl(10, 70140, null, 0, null, 0, null)",
+                       "FormatMessageA(1000, null, 15, 0, FF)",
+                       "WriteFile(7, \r\nReMount_Drive Error: 21 - Text.\r\n, null)",
+                       "WriteFile(7, \r\nMyCloseHandle CLOSED HANDLE 16, null)",
+                       "CloseHandle(10)",
+                   }));
 }
 
 TEST_F(Drives, TheVolumesSizeIsAskedByTheBareLetter) {
