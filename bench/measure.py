@@ -7,6 +7,7 @@ are compared by wall time, CPU time (user and system) and peak resident memory.
 
 import argparse
 import os
+import shlex
 import statistics
 import subprocess
 import tempfile
@@ -68,8 +69,10 @@ JOBS = [
     fat_job(32, "8 GB", 8 << 30),
     fat_job(32, "128 GB", 128 << 30),
     fat_job(32, "2 TB", (2 << 40) - (1 << 30)),  # mkfs.fat ends below 2^32 sectors
+    service_job("EXFAT", "mkfs.exfat", "8 GB", 8 << 30),
     service_job("EXFAT", "mkfs.exfat", "64 GB", 64 << 30),
     service_job("EXFAT", "mkfs.exfat", "2 TB", 2 << 40),
+    service_job("NTFS", "mkntfs -Q -F", "8 GB", 8 << 30),
     service_job("NTFS", "mkntfs -Q -F", "64 GB", 64 << 30),
     service_job("NTFS", "mkntfs -Q -F", "2 TB", 2 << 40),
     (
@@ -123,7 +126,7 @@ def print_transfers(label, size, commands, folder):
         fresh_files(label, image, size)
         reads, read_bytes, writes, written = (count / (size >> 30) for count in transfers(command(image, size)))
         print(
-            f"  {os.path.basename(command(image, size)[0])}, per GB: {reads:.1f} reads of {read_bytes / 1024:.1f} KiB, "
+            f"    {os.path.basename(command(image, size)[0])}, per GB: {reads:.1f} reads of {read_bytes / 1024:.1f} KiB, "
             f"{writes:.1f} writes of {written / 1024:.1f} KiB in all"
         )
 
@@ -155,15 +158,36 @@ def median_of(runs):
 
 
 def compare(label, size, ours, peer, folder, runs):
-    """Medians of both commands over `runs` alternating runs, each on an image of its own, and the program's memory."""
+    """Medians of both commands over `runs` alternating runs, each on an image of its own, and the memory of both."""
     image = os.path.join(folder, "drive.img")
     results = {ours: [], peer: []}
     for _ in range(runs):
         for command in (ours, peer):
             fresh_files(label, image, size)
             results[command].append(measure(command(image, size)))
-    fresh_files(label, image, size)
-    return median_of(results[ours]), median_of(results[peer]), peak_memory(ours(image, size))
+    memory = []
+    for command in (ours, peer):
+        fresh_files(label, image, size)
+        memory.append(peak_memory(command(image, size)))
+    return median_of(results[ours]), median_of(results[peer]), memory
+
+
+HEADINGS = ["job", "peer", "wall s", "peer's", "ratio", "CPU s", "peer's", "ratio", "memory MiB", "peer's"]
+
+
+def print_row(cells, markdown):
+    if markdown:
+        print("| " + " | ".join(cells) + " |")
+    else:
+        print(f"{cells[0]:<16}{cells[1]:<12}" + "".join(f"{cell:>11}" for cell in cells[2:]))
+
+
+def print_commands(jobs):
+    """What the rows of the table have run, a line each, both sides."""
+    for label, size, ours, peer in jobs:
+        print(f"\n{label}:\n")
+        for command in (ours("drive.img", size), peer("drive.img", size)):
+            print("    " + shlex.join([os.path.basename(command[0]), *command[1:]]))
 
 
 def main():
@@ -171,19 +195,26 @@ def main():
     parser.add_argument("--runs", type=int, default=5)
     parser.add_argument("--folder", default=None)
     parser.add_argument("--only", default="", help="jobs whose label contains this text")
+    parser.add_argument("--markdown", action="store_true", help="the table as docs/benchmarks.md has it, with the commands")
     options = parser.parse_args()
-    print(f"{'job':<16}{'peer':<10}{'wall':>9}{'peer':>9}{'ratio':>7}{'CPU':>9}{'peer':>9}{'ratio':>7}{'memory':>10}")
-    for label, size, ours, peer in [job for job in JOBS if options.only in job[0]]:
+    jobs = [job for job in JOBS if options.only in job[0]]
+    print_row(HEADINGS, options.markdown)
+    if options.markdown:
+        print_row(["---"] * 2 + ["--:"] * (len(HEADINGS) - 2), True)
+    for label, size, ours, peer in jobs:
         with tempfile.TemporaryDirectory(dir=IN_MEMORY.get(label, options.folder)) as folder:
             (wall, cpu), (peer_wall, peer_cpu), memory = compare(label, size, ours, peer, folder, options.runs)
-        name = peer("image", size)[0]
-        print(
-            f"{label:<16}{name:<10}{wall:>8.3f}s{peer_wall:>8.3f}s{wall / peer_wall:>7.2f}"
-            f"{cpu:>8.3f}s{peer_cpu:>8.3f}s{cpu / peer_cpu:>7.2f}{memory / MEBI:>7.1f}MiB"
-        )
-        if label in IN_MEMORY:
-            with tempfile.TemporaryDirectory(dir=IN_MEMORY[label]) as folder:
-                print_transfers(label, size, (ours, peer), folder)
+        times = [wall, peer_wall, wall / peer_wall, cpu, peer_cpu, cpu / peer_cpu]
+        cells = [f"{number:.{digits}f}" for number, digits in zip(times, [3, 3, 2] * 2)]
+        command = peer("image", size)
+        name = command[2].split()[0] if command[0] == "sh" else command[0]
+        print_row([label, name, *cells, *(f"{peak / MEBI:.1f}" for peak in memory)], options.markdown)
+    if options.markdown:
+        print_commands(jobs)
+    for label, size, ours, peer in [job for job in jobs if job[0] in IN_MEMORY]:
+        print(f"\n{label}, transfers:\n")
+        with tempfile.TemporaryDirectory(dir=IN_MEMORY[label]) as folder:
+            print_transfers(label, size, (ours, peer), folder)
 
 
 if __name__ == "__main__":
