@@ -196,8 +196,11 @@ std::optional<double> FileLengthByName(const PartitionExtents& extents, const st
     return FileMbrPlus(extents);
   }
   if (Contains(text, "PALL")) {
-    const double length = up_to(AllEnd(extents));
-    return Last(extents[kPall]) * kSector > length ? up_to(Last(extents[kPall])) : length;
+    double length = up_to(AllEnd(extents));
+    if (Last(extents[kPall]) * kSector > length) {
+      length = up_to(Last(extents[kPall]));
+    }
+    return length == 0 ? std::nullopt : std::optional(length);
   }
   return std::nullopt;
 }
@@ -262,7 +265,7 @@ double EvalDriveLength(const std::string& expression, double drive_start) {
   const std::string text = UpperCase(expression);
   if (IsPlainNumber(text)) {
     const double sectors = LeadingNumber(text) / kSector;
-    const double whole = std::trunc(sectors);
+    const double whole = std::floor(sectors);
     return sectors == whole ? whole : whole + 1;
   }
   if (const std::optional<double> bytes = BytesOfUnit(text)) {
@@ -336,7 +339,8 @@ double EvalFileLength(const std::string& file_name, const std::string& expressio
     length = static_cast<double>(FileLength(FilePath)) - file_start;
   }
   if (!length || *length == 0) {
-    EndWithMessage("No valid partition table entry (" + text + ") in file " + file_name + " or file not found!");
+    EndWithMessage("No valid partition table entry (" + (is_zero ? "0" : text) + ") in file " + file_name +
+                   " or file not found!");
   }
   return *length;
 }

@@ -144,7 +144,13 @@ std::unique_ptr<HostFile> HostFile::Open(const std::string& path, const OpenMode
 HostFile::~HostFile() { close(Descriptor(native_)); }
 
 ErrorCode HostFile::Seek(std::int64_t position) const {
-  return lseek(Descriptor(native_), position, SEEK_SET) >= 0 ? kErrorNone : CodeOf(errno);
+  if (lseek(Descriptor(native_), position, SEEK_SET) >= 0) {
+    return kErrorNone;
+  }
+  const ErrorCode code = CodeOf(errno);
+  // The place lies behind all that the file system can hold: who reads on regardless has to find nothing there.
+  lseek(Descriptor(native_), 0, SEEK_END);
+  return code;
 }
 
 ErrorCode HostFile::Read(ByteSpan buffer, std::uint32_t& moved) const {

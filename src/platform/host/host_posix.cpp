@@ -110,6 +110,7 @@ std::uint32_t ProcessId() { return static_cast<std::uint32_t>(getpid()); }
 ErrorCode WriteStandardOutput(std::string_view text) {
   switch (WriteAll(STDOUT_FILENO, FromCodePage(text))) {
     case 0:
+    case EPIPE:  // nobody reads any more: only what is printed is lost
       return kErrorNone;
     case EBADF:
       return kErrorInvalidHandle;
