@@ -11,7 +11,7 @@ fuzz_packages=(libgtest-dev clang-14 libclang-rt-14-dev)
 test_packages=(
   libgtest-dev dosfstools mtools fdisk gdisk exfatprogs ntfs-3g qemu-system-x86 g++-mingw-w64-x86-64-posix
   g++-mingw-w64-i686-posix wine64
-  clang-format clang-tidy f3 locales
+  clang-format clang-tidy f3 locales strace
 )
 
 # install_missing PACKAGE...: installs those packages that the system lacks, as root or through sudo.

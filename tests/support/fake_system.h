@@ -65,8 +65,8 @@ class FakeSystem : public LinuxSystem {
     for (const Mount& mount : mounts) {
       text += std::to_string(mount.id) + " " + std::to_string(mount.parent) + " " + mount.device + " / " + mount.point +
               " rw" + (mount.shared.empty() ? "" : " shared:" + mount.shared) +
-              (mount.master.empty() ? "" : " master:" + mount.master) + " - " + mount.type + " " + mount.source +
-              " rw\n";
+              (mount.master.empty() ? "" : " master:" + mount.master) + " - " +
+              (mount.type.empty() ? "vfat" : mount.type) + " " + mount.source + " rw\n";
     }
     Put(Trees().proc + "/" + process + "/mountinfo", text);
     if (process == "self") {

@@ -129,12 +129,17 @@ TEST_F(LinuxDrives, AreFreedBeforeTheFirstWrite) {
   system_->AddPartition("sdb", 2, "8:18", 4000, 1000);
   system_->SetMounts({{20, 1, "8:1", "/", "/dev/sda1"},
                       {30, 20, "8:17", "/mnt/my\\040stick", "/dev/sdb1"},
-                      {31, 30, "8:18", "/mnt/my\\040stick/in", "/dev/sdb2"},
+                      {31, 20, "8:18", "/mnt/other", "/dev/sdb2", "fuseblk"},
                       {32, 20, "0:99", "/b", NodeOf(*system_, "sdb1")}});  // as btrfs shows itself
+  // The program of a mounted file system ends when that is unmounted; one that only reads may stay.
+  system_->AddOpen("77", "sdb2", O_RDWR);
+  system_->AddOpen("78", "sdb", O_RDONLY);
+  system_->on_pause = [&] { fs::remove_all(system_->Trees().proc + "/77"); };
   const Handle handle = OpenForMode(Machine());
   EXPECT_TRUE(WriteSector(handle));
   EXPECT_EQ(Written(), std::string(512, 0x5A));
-  EXPECT_EQ(system_->unmounted, (std::vector<std::string>{"/b", "/mnt/my stick/in", "/mnt/my stick"}));
+  EXPECT_EQ(system_->unmounted, (std::vector<std::string>{"/mnt/my stick", "/mnt/other", "/b"}));
+  EXPECT_EQ(system_->pauses, 1);
   EXPECT_EQ(system_->opens.back().flags & (O_ACCMODE | O_EXCL | O_DIRECT | O_DSYNC),
             O_RDWR | O_EXCL | O_DIRECT | O_DSYNC);
   EXPECT_TRUE(system_->complaints.empty());
@@ -166,6 +171,11 @@ TEST_F(LinuxDrives, InUseAreRefused) {
          s.busy = "/busy";
        },
        node + " is mounted on /busy and in use"},
+      {"nested",
+       [](FakeSystem& s) {
+         s.SetMounts({{29, 1, "8:17", "/free", "x"}, {30, 1, "8:17", "/mnt", "x"}, {31, 30, "8:17", "/mnt/in", "x"}});
+       },
+       node + " is mounted on /mnt and has another file system mounted on it"},
       {"another drive mounted on it",
        [](FakeSystem& s) {
          s.SetMounts({{30, 1, "8:17", "/mnt", "x"}, {31, 30, "8:1", "/mnt/in", "x"}});
@@ -181,9 +191,23 @@ TEST_F(LinuxDrives, InUseAreRefused) {
        [](FakeSystem& s) {
          s.SetMounts({{30, 1, "8:17", "/mnt", "x"}}, "77");
          s.Put(s.Trees().proc + "/77/comm", "shell\n");
-         s.writer_error = EBUSY;
        },
        node + " is mounted on /mnt for process 77 (shell)"},
+      {"own and in another namespace",
+       [](FakeSystem& s) {
+         s.SetMounts({{30, 1, "8:17", "/mnt", "x"}});
+         s.SetMounts({{40, 2, "8:17", "/mnt", "x"}}, "77");
+         s.Put(s.Trees().proc + "/77/comm", "shell\n");
+       },
+       node + " is mounted on /mnt for process 77 (shell)"},
+      {"writer of the drive", [](FakeSystem& s) { s.AddOpen("77", "sdb", O_RDWR | O_CLOEXEC); },
+       NodeOf(*system_, "sdb") + " is open in process 77 (shell)"},
+      {"writer beside a mount",
+       [](FakeSystem& s) {
+         s.SetMounts({{30, 1, "8:17", "/mnt", "x", "vfat"}});
+         s.AddOpen("77", "sdb1", O_WRONLY);
+       },
+       node + " is open in process 77 (shell)"},
       {"another program", [](FakeSystem& s) { s.writer_error = EBUSY; },
        NodeOf(*system_, "sdb") + " or a part of it is held by another program"},
       {"no right", [](FakeSystem& s) { s.writer_error = EACCES; },
@@ -202,6 +226,7 @@ TEST_F(LinuxDrives, InUseAreRefused) {
       EXPECT_EQ(machine.LastError(), kErrorAccessDenied);
     }
     system_->SetMounts({});
+    fs::remove_all(system_->Trees().proc + "/77");
     system_->writer_error = 0;
     EXPECT_FALSE(WriteSector(handle)) << "for the rest of the run";
     EXPECT_EQ(Written(), std::string(512, '\0'));
@@ -217,13 +242,15 @@ TEST_F(LinuxDrives, HaveToStayTheSame) {
     std::function<void()> change;
     bool same;
   } cases[] = {
-      {"put in again", [&] { system_->Put(system_->Sys("sdb/diskseq"), "8"); }, true},
       {"another size", [&] { system_->Put(system_->Sys("sdb/size"), "131071"); }, false},
       {"the old size", [&] { system_->Put(system_->Sys("sdb/size"), "131072"); }, true},
       {"another model", [&] { system_->Put(usb + "/host/lun/model", "Stack"); }, false},
       {"the old model", [&] { system_->Put(usb + "/host/lun/model", "Stick"); }, true},
       {"another serial number", [&] { system_->Put(usb + "/serial", "S-2"); }, false},
       {"the old serial number", [&] { system_->Put(usb + "/serial", "S-sdb"); }, true},
+      {"put in again", [&] { system_->Put(system_->Sys("sdb/diskseq"), "8"); }, false},
+      {"as it was", [&] { system_->Put(system_->Sys("sdb/diskseq"), "7"); }, true},
+      {"its sectors are unknown", [&] { fs::remove(system_->Sys("sdb/queue/logical_block_size")); }, false},
       {"gone", [&] { fs::remove(system_->Sys("sdb/dev")); }, false},
   };
   LinuxMachine& machine = Machine();
@@ -243,13 +270,138 @@ TEST_F(LinuxDrives, HaveToStayTheSame) {
   EXPECT_EQ(Written(), std::string(512, '\0'));
 }
 
-TEST_F(LinuxDrives, WithoutSerialNumberMustNotBePutInAgain) {
-  fs::remove(system_->Trees().sys + "/devices/usb1/1-sdb/serial");
-  LinuxMachine& machine = Machine();
-  EXPECT_NE(OpenForMode(machine), kInvalidHandle);
+TEST_F(LinuxDrives, HaveToKeepTheirMedium) {
+  const Handle handle = OpenForMode(Machine());
+  EXPECT_TRUE(WriteSector(handle));
   system_->Put(system_->Sys("sdb/diskseq"), "8");
-  EXPECT_EQ(machine.Open(kStick, kReadWrite), kInvalidHandle);
-  EXPECT_EQ(machine.LastError(), kErrorAccessDenied);
+  for (const char* sequence : {"8", "7"}) {
+    system_->Put(system_->Sys("sdb/diskseq"), sequence);
+    EXPECT_FALSE(WriteSector(handle, 1));
+    EXPECT_EQ(machine_->LastError(), kErrorAccessDenied);
+  }
+  EXPECT_EQ(Written(), std::string(512, 0x5A));
+  EXPECT_EQ(system_->complaints,
+            std::vector<std::string>{"drive 1 is refused: " + NodeOf(*system_, "sdb") +
+                                     " has been put in again, or has another medium now (Maker Stick, serial number "
+                                     "S-sdb, 67108864 bytes)"});
+}
+
+// What this process has open of a node under the tests' folder.
+std::size_t OpenDescriptors(const std::string& node) {
+  std::size_t count = 0;
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    count += fs::read_symlink(entry.path(), error) == node ? 1 : 0;
+  }
+  return count;
+}
+
+TEST_F(LinuxDrives, StayOpenFromTheFirstOpenOn) {
+  const std::string node = NodeOf(*system_, "sdb");
+  LinuxMachine& machine = Machine();
+  machine.Close(machine.Open(kStick, kQuery));
+  EXPECT_EQ(OpenDescriptors(node), 0U);
+  machine.Close(machine.Open(kStick, kReadWrite));
+  EXPECT_EQ(OpenDescriptors(node), 1U) << "so that nothing else can get its number";
+  machine.Close(OpenForMode(machine));
+  EXPECT_EQ(OpenDescriptors(node), 1U);
+  machine_.reset();
+  EXPECT_EQ(OpenDescriptors(node), 0U);
+}
+
+TEST_F(LinuxDrives, LoseNoMountWithoutAWord) {
+  system_->SetMounts({{30, 1, "8:17", "/a", "x"}, {31, 1, "8:17", "/b", "x"}, {32, 1, "8:17", "/c", "x"}});
+  system_->soon_busy = "/c";
+  EXPECT_FALSE(WriteSector(OpenForMode(Machine())));
+  EXPECT_EQ(system_->unmounted, (std::vector<std::string>{"/a", "/b"}));
+  EXPECT_EQ(system_->complaints,
+            std::vector<std::string>{"drive 1 is refused: " + NodeOf(*system_, "sdb1") +
+                                     " is mounted on /c and in use; before that was found, /a and /b were unmounted"});
+}
+
+TEST_F(LinuxDrives, AreFreedWhereOtherNamespacesFollow) {
+  // The folder that a mount lies on, and the mount, here and there.
+  const struct {
+    const char* label;
+    Mount under_own, own, under_other, other;
+    bool free;
+  } cases[] = {
+      {"the same namespace",
+       {20, 1, "8:1", "/", "x"},
+       {30, 20, "8:17", "/m", "x"},
+       {20, 1, "8:1", "/", "x"},
+       {30, 20, "8:17", "/m", "x"},
+       true},
+      {"peers",
+       {20, 1, "8:1", "/", "x", "", "1"},
+       {30, 20, "8:17", "/m", "x", "", "5"},
+       {40, 2, "8:1", "/", "x", "", "1"},
+       {41, 40, "8:17", "/m", "x", "", "5"},
+       true},
+      {"a slave",
+       {20, 1, "8:1", "/", "x", "", "1"},
+       {30, 20, "8:17", "/m", "x", "", "5"},
+       {40, 2, "8:1", "/", "x", "", "7", "1"},
+       {41, 40, "8:17", "/m", "x", "", "", "5"},
+       true},
+      {"at another place",
+       {20, 1, "8:1", "/", "x", "", "1"},
+       {30, 20, "8:17", "/m", "x", "", "5"},
+       {40, 2, "8:1", "/", "x", "", "1"},
+       {41, 40, "8:17", "/n", "x", "", "5"},
+       false},
+      {"a private copy",
+       {20, 1, "8:1", "/", "x", "", "1"},
+       {30, 20, "8:17", "/m", "x", "", "5"},
+       {40, 2, "8:1", "/", "x", "", "1"},
+       {41, 40, "8:17", "/m", "x"},
+       false},
+      {"on a private one",
+       {20, 1, "8:1", "/", "x", "", "1"},
+       {30, 20, "8:17", "/m", "x", "", "5"},
+       {40, 2, "8:1", "/", "x"},
+       {41, 40, "8:17", "/m", "x", "", "5"},
+       false},
+      {"from there to here",
+       {20, 1, "8:1", "/", "x", "", "", "1"},
+       {30, 20, "8:17", "/m", "x", "", "", "5"},
+       {40, 2, "8:1", "/", "x", "", "1"},
+       {41, 40, "8:17", "/m", "x", "", "5"},
+       false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    StartAnew();
+    system_->SetMounts({c.under_other, c.other}, "77");
+    system_->SetMounts({c.under_own, c.own});
+    EXPECT_EQ(WriteSector(OpenForMode(Machine())), c.free);
+    EXPECT_EQ(system_->unmounted.size(), c.free ? 1U : 0U);
+  }
+}
+
+TEST_F(LinuxDrives, WithTheSystemOnThemAreKnownByTheirFolder) {
+  for (const auto& [folder, free] : {std::pair{"/", false},
+                                     {"/boot", false},
+                                     {"/boot/efi", false},
+                                     {"/efi", false},
+                                     {"/etc/x", false},
+                                     {"/home", false},
+                                     {"/nix/store", false},
+                                     {"/opt/a/b", false},
+                                     {"/root", false},
+                                     {"/srv", false},
+                                     {"/usr/local", false},
+                                     {"/var/lib/x", false},
+                                     {"/bootstick", true},
+                                     {"/home/me/s", true},
+                                     {"/media/me/stick", true},
+                                     {"/mnt", true},
+                                     {"/run/media/me/s", true},
+                                     {"/variety", true}}) {
+    StartAnew();
+    system_->SetMounts({{30, 1, "8:17", folder, "x"}});
+    EXPECT_EQ(WriteSector(OpenForMode(Machine())), free) << folder;
+  }
 }
 
 TEST_F(LinuxDrives, BelongToOneRun) {
@@ -343,6 +495,88 @@ TEST_F(LinuxDrives, GetNewVolumesWhenTheTableIsReadAgain) {
   system_->busy_rereads = 1000;
   EXPECT_FALSE(machine.Control(handle, ControlCode::kUpdateProperties));
   EXPECT_FALSE(machine.Control(machine.Open("\\\\.\\D:", kReadWrite), ControlCode::kUpdateProperties));
+}
+
+TEST_F(LinuxDrives, AreNotFormattedByATableThatIsGone) {
+  const struct {
+    const char* label;
+    int error;
+    const char* user;
+    std::string why;
+  } cases[] = {
+      {"held", EBUSY, "sdb1", ": " + NodeOf(*system_, "sdb1") + " is open in process 77 (shell)"},
+      {"held by nobody that is seen", EBUSY, "", ": a part of " + NodeOf(*system_, "sdb") + " is in use"},
+      {"no right", EACCES, "", ": Permission denied"},
+      {"never asked", 0, "", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    StartAnew();
+    if (*c.user != 0) {
+      system_->AddOpen("77", c.user, O_RDONLY);
+    }
+    LinuxMachine& machine = Machine();
+    const Handle handle = OpenForMode(machine);
+    const auto status_of_format = [&] {
+      std::uint32_t last = 0;
+      machine.FormatVolume("D:", kMediaRemovable, "NTFS", "",
+                           [&](std::uint32_t status, std::uint32_t, std::uint32_t) { return last = status; });
+      return last;
+    };
+    const auto write_table = [&] {
+      std::uint32_t moved = 0;
+      return machine.Seek(handle, 0) && machine.Write(handle, std::vector<std::uint8_t>(512, 1), moved);
+    };
+    ASSERT_TRUE(WriteSector(handle));
+    EXPECT_TRUE(machine.Control(handle, ControlCode::kUpdateProperties));
+    for (int i = 0; i < 2; ++i) {  // after one that was read, too
+      ASSERT_TRUE(write_table());
+      system_->busy_rereads = c.error == 0 ? 0 : 1000;
+      system_->reread_error = c.error;
+      if (c.error != 0) {
+        EXPECT_FALSE(machine.Control(handle, ControlCode::kUpdateProperties));
+      }
+      system_->opens.clear();
+      EXPECT_EQ(status_of_format(), 0x08U);
+      EXPECT_TRUE(system_->opens.empty());
+      system_->busy_rereads = 0;
+      EXPECT_TRUE(machine.Control(handle, ControlCode::kUpdateProperties));
+      status_of_format();
+      EXPECT_FALSE(system_->opens.empty());
+      EXPECT_EQ(system_->opens.empty() ? "" : system_->opens.front().name, "sdb1");
+    }
+    EXPECT_EQ(system_->complaints,
+              std::vector<std::string>{"drive 1 is refused: the system still uses its old partition table" + c.why});
+  }
+}
+
+TEST_F(LinuxDrives, FormatOnlyTheVolumeThatWasFound) {
+  const Handle handle = OpenForMode(Machine());
+  ASSERT_TRUE(WriteSector(handle));
+  std::uint32_t last = 0;
+  const FormatCallback note = [&](std::uint32_t status, std::uint32_t, std::uint32_t) { return last = status; };
+  // Somebody else has had the table read again.
+  system_->AddPartition("sdb", 1, "8:17", 4096, 1000);
+  machine_->Close(machine_->Open(kStick, kQuery));
+  machine_->FormatVolume("D:", kMediaRemovable, "NTFS", "", note);
+  EXPECT_EQ(last, 0x08U);
+  EXPECT_NE(system_->opens.back().name, "sdb1");
+}
+
+TEST_F(LinuxDrives, HaveNoSizeOfAStumpThatIsNotFormatted) {
+  for (const bool formatted : {false, true}) {
+    StartAnew();
+    system_->AddPartition("sdb", 1, "8:17", 2048, 60);
+    system_->AddPartition("sdb", 2, "8:18", 4096, 1000);
+    if (formatted) {
+      WriteBytes(NodeOf(*system_, "sdb"), 2048 * 512, "\xEB" + std::string(509, 'x') + "\x55\xAA");
+    }
+    for (const auto& [name, sectors] : {std::pair{"D:", formatted ? 60U : 0U}, {"E:", 1000U}, {"F:", 0U}}) {
+      std::uint64_t bytes = 1;
+      EXPECT_EQ(Machine().QueryVolumeSize(name, bytes), sectors != 0) << name;
+      EXPECT_EQ(bytes, sectors * 512) << name;
+    }
+  }
 }
 
 }  // namespace

@@ -49,8 +49,9 @@ GuestResults Guest::Run(const std::string& script) {
   }
   const ScratchFolder folder;
   const std::string initramfs = folder.File("initramfs");
-  const RunResult made = RunCommand(
-      {"sh", MAKE_INITRAMFS, KERNEL_FOLDER, initramfs, KORVENTIX_BINARY, "/usr/sbin/mkfs.exfat", "/usr/sbin/mkntfs"});
+  std::vector<std::string> packing = {"sh", MAKE_INITRAMFS, KERNEL_FOLDER, initramfs};
+  packing.insert(packing.end(), programs_.begin(), programs_.end());
+  const RunResult made = RunCommand(packing);
   EXPECT_EQ(made.exit_code, 0) << made.err;
   WriteBytes(folder.File("script"), 0, script);
   const std::string monitor = folder.File("monitor");

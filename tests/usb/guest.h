@@ -24,6 +24,8 @@ class Guest {
               const std::string& chain = kPlain);
   // The image alone, for a device that comes later.
   void AddImage(const std::string& name, const std::string& image, const std::string& chain = kPlain);
+  // A program of this system that the script may run, with its libraries.
+  void Bring(const std::string& program) { programs_.push_back(program); }
   // Any other arguments of the emulator.
   void Argue(const std::vector<std::string>& arguments) {
     arguments_.insert(arguments_.end(), arguments.begin(), arguments.end());
@@ -34,4 +36,5 @@ class Guest {
 
  private:
   std::vector<std::string> arguments_;
+  std::vector<std::string> programs_{KORVENTIX_BINARY, "/usr/sbin/mkfs.exfat", "/usr/sbin/mkntfs"};
 };

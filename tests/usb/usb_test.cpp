@@ -191,30 +191,45 @@ struct UseOfStick {
   int exit_code;
   std::string err;  // a part of it; empty for none at all
   bool written;
+  std::string words = "CLEAN";
 };
 
 const std::vector<UseOfStick> kUses = {
-    {"swap", "mkswap $p\nswapon $p", 7, "is swap space", false},
-    {"loop", "losetup /dev/loop0 $p", 7, "is part of /dev/loop0", false},
-    {"home", "mkdir /home; mount $p /home", 7, "is mounted on /home and belongs to the running system", false},
-    {"open", "mkdir /mnt/open; mount $p /mnt/open; (cd /mnt/open; sleep 1000) &", 7,
-     "is mounted on /mnt/open and in use", false},
-    {"under", "mkdir /mnt/u; mount $p /mnt/u; mkdir /mnt/u/x; mount -t tmpfs none /mnt/u/x", 7,
-     "is mounted on /mnt/u and has another file system mounted on it", false},
+    // Other namespaces get copies of all mounts that there are, so that these come first.
     {"away",
      "unshare -m sh -c \"mount --make-rprivate /; mount $p /tmp; sleep 1000\" &\nwait_for grep $p /proc/$!/mounts", 7,
      "is mounted on /tmp for process", false},
+    {"copied", "mkdir /mnt/own; mount $p /mnt/own; unshare -m sleep 1000 &\nwait_for elsewhere $!", 7,
+     "is mounted on /mnt/own for process", false},
+    {"joined",
+     "mkdir /mnt/j; mount -t tmpfs none /mnt/j; mount --make-shared /mnt/j; mkdir /mnt/j/x; mount $p /mnt/j/x\n"
+     "unshare -m --propagation slave sleep 1000 &\nwait_for elsewhere $!",
+     0, "", true},
+    {"swap", "mkswap $p\nswapon $p", 7, "is swap space", false},
+    {"loop", "losetup /dev/loop0 $p", 7, "is part of /dev/loop0", false},
+    {"home", "mkdir /home; mount $p /home", 7, "is mounted on /home and belongs to the running system", false},
+    // What could be unmounted stays too, however often that is asked.
+    {"open",
+     "mkdir /mnt/idle /mnt/open; mount $p /mnt/idle; mount --bind /mnt/idle /mnt/open; (cd /mnt/open; sleep 1000) &\n"
+     "on open open.before SURE CLEAN",
+     7, "is mounted on /mnt/open and in use", false},
+    {"under", "mkdir /mnt/u; mount $p /mnt/u; mkdir /mnt/u/x; mount -t tmpfs none /mnt/u/x", 7,
+     "is mounted on /mnt/u and has another file system mounted on it", false},
+    {"writer", "sleep 1000 3<>$p &", 7, "is open in process", false},
+    {"reader", "sleep 1000 <$p &", 6, "the system still uses its old partition table: /dev/", true,
+     "NTFS WIN7 SIZE=20"},
     {"free", "mkdir -p '/mnt/a b/c' /mnt/d; mount $p '/mnt/a b'; mount --bind '/mnt/a b' /mnt/d", 0, "", true},
 };
 
 std::string ScriptOf(const UseOfStick& use) {
   return "wait_for drive " + use.serial + "\np=$(device " + use.serial + ")1\n" + use.setup + "\nsync\n" + "on " +
-         use.serial + " " + use.serial + " SURE CLEAN &\nruns=\"$runs $!\"\n";
+         use.serial + " " + use.serial + " SURE " + use.words + " &\nruns=\"$runs $!\"\n";
 }
 
 TEST_F(UsbBench, RefusesWhatIsInUse) {
   Guest guest;
-  std::string script;
+  // Whether a process has a mount namespace of its own.
+  std::string script = "elsewhere() { [ $(readlink /proc/$1/ns/mnt) != $(readlink /proc/$$/ns/mnt) ]; }\n";
   for (const UseOfStick& use : kUses) {
     guest.Attach(use.serial, NewStick(use.serial));
     script += ScriptOf(use);
@@ -230,8 +245,15 @@ TEST_F(UsbBench, RefusesWhatIsInUse) {
     const std::string old_code = ReadBytes(folder_.File("prepared"), 0, kSectorBytes);
     EXPECT_EQ(ReadBytes(folder_.File(use.serial), 0, kSectorBytes) != old_code, use.written);
   }
-  EXPECT_NE(results["mounts"].out.find("on /mnt/open"), std::string::npos);
-  EXPECT_EQ(results["mounts"].out.find("on /mnt/d"), std::string::npos) << results["mounts"].out;
+  const std::string& mounts = results["mounts"].out;
+  for (const char* kept : {"open", "idle", "own", "u", "u/x"}) {
+    EXPECT_NE(mounts.find(std::string("on /mnt/") + kept + " "), std::string::npos) << kept << "\n" << mounts;
+  }
+  for (const char* unmounted : {"a b", "d", "j/x"}) {
+    EXPECT_EQ(mounts.find(std::string("on /mnt/") + unmounted + " "), std::string::npos) << unmounted << "\n" << mounts;
+  }
+  EXPECT_NE(results["reader"].out.find("Error: Volume is locked for access"), std::string::npos);
+  EXPECT_EQ(ReadBytes(folder_.File("reader"), kStartLba * kSectorBytes, kSectorBytes).find("NTFS"), std::string::npos);
 }
 
 // --- Drives as they come ---------------------------------------------------------------------------------------------
@@ -277,20 +299,33 @@ const std::vector<Scene> kScenes = {
     {"user", kStick, kPlain,
      "as_user() { label=$1; shift; run user.$label su user -c \"korventix --seed 1 $*\"; }\n"
      "as_user none DRIVE=$(drive user) SURE WIN7\nchmod 666 $(device user)\n"
-     "as_user list LIST\nas_user prepared DRIVE=$(drive user) SURE WIN7"},
+     "as_user list LIST\nas_user prepared DRIVE=$(drive user) SURE WIN7\nchmod 666 $(device user)1\n"
+     "as_user service DRIVE=$(drive user) SURE NTFS WIN7 SIZE=20"},
 };
 
-// A drive is asked about before it is opened for the mode, since it is large; meanwhile another takes its place.
+// Starts the program on a drive whose run stops at a question, and waits for that.
+const std::string kAskedOn =
+    "asked_on() { mkfifo answer.$1\n"
+    "{ korventix DRIVE=$(drive $1) CLEAN <answer.$1 >/results/$2.out 2>/results/$2.err\n"
+    "echo $? >/results/$2.code; } & exchange=$!\n"
+    "exec 3>answer.$1\nwait_for grep -q \"$3\" /results/$2.out; }\n";
+
+// A drive is asked about before it is opened for the mode, since it is large; meanwhile another comes in its place,
+// which gets another number.
 const std::string kExchange =
-    "wait_for drive old\nmkfifo answer\nnumber=$(drive old)\n"
-    "{ korventix DRIVE=$number CLEAN <answer >/results/exchanged.out 2>/results/exchanged.err\n"
-    "echo $? >/results/exchanged.code; } & exchange=$!\n"
-    "exec 3>answer\nwait_for grep -q Accessing /results/exchanged.out\n"
+    "wait_for drive old\nnumber=$(drive old)\nasked_on old exchanged Accessing\n"
     "monitor device_del dev-old\nwait_for sh -c '! ls /dev/sd? | grep -q '$(device old)\n"
     "monitor device_add " +
     kStick +
     ",drive=new,serial=new,id=dev-new\nwait_for drive new\n"
-    "run number.same [ $number = $(drive new) ]\necho ok >&3\nwait $exchange\n";
+    "run number.other [ $number != $(drive new) ]\necho ok >&3\nwait $exchange\n";
+
+// The card of a reader is exchanged for one of the same size while the run waits for the answer before its first write.
+std::string ExchangeOfCard(const std::string& other) {
+  return "wait_for drive card\nasked_on card card.exchanged Accessing\nsleep 3\nmonitor eject -f card\nmonitor change "
+         "card " +
+         other + " raw\nsleep 1\necho ok >&3\nwait $exchange\n";
+}
 
 struct Outcome {
   std::string label;
@@ -316,10 +351,18 @@ const std::vector<Outcome> kOutcomes = {
     {"user.list", 0, "Sno=user", "can't be opened without the right to read it"},
     {"user.prepared", 0, "Operation completed OK", ""},
     {"empty", 6, "Failed to open handle on disk", "has no medium"},
-    {"number.same", 0, "", ""},
-    {"exchanged", 6, "Failed to open handle on disk", "is another device now"},
+    {"user.service", 6, "Volume is locked for access",
+     "the system still uses its old partition table: Permission denied"},
+    {"number.other", 0, "", ""},
+    {"exchanged", 6, "Failed to open handle on disk", ""},
+    {"card.exchanged", 7, "ERROR", "has another medium now (QEMU QEMU HARDDISK 2.5+, serial number card"},
+    {"trace", 0, "", ""},
+    {"calls", 0, "", ""},
     {"list", 0, "3,071.9GiB QEMU QEMU HARDDISK              Fw=25+   Sno=big", ""},
 };
+
+// All but the system's, and the one that has no sectors of 512 bytes; and the three that are in no scene.
+const std::size_t kReadByList = kScenes.size() - 2 + 3;
 
 // The kernel's counts of each drive's transfers, before LIST and behind it: nothing written, and at most the sector
 // with which a drive's size is proved read.
@@ -339,8 +382,40 @@ void ExpectOneReadOfEach(const std::string& counts) {
     EXPECT_EQ(writes[i + drives], writes[i]);
     total += reads[i + drives] - reads[i];
   }
-  // All but the system's, and the one that has no sectors of 512 bytes; and the two that are in no scene.
-  EXPECT_EQ(total, kScenes.size() - 2 + 2);
+  EXPECT_EQ(total, kReadByList);
+}
+
+// The calls of the system that LIST makes, but for what it reads of the system's own tables.
+const std::string kTraceOfList =
+    "run trace strace -o /tmp/calls korventix LIST\n"
+    "run calls grep -vE "
+    "'^(close|getdents64|newfstatat|read|readlink)\\(|^fcntl\\(.*F_(DUPFD_CLOEXEC|GETFL|SETFD)|^openat\\(.*\"/"
+    "(proc|sys)/[^\"]*\", "
+    "O_RDONLY' /tmp/calls\n";
+
+// Drives are opened for reading alone, are asked for their names and size, and have one sector read; nothing else in
+// the system is changed by any call.
+void ExpectNothingTouched(const std::string& calls) {
+  static const std::regex kHarmless(
+      "openat\\(AT_FDCWD, \"[^\"]*\", O_RDONLY[|)].*"
+      "|ioctl\\(\\d+, SG_IO, \\{interface_id='S', dxfer_direction=SG_DXFER_FROM_DEV, cmd_len=\\d+, "
+      "cmdp=\"\\\\x(12|25)\\\\.*"
+      "|(pread64|write)\\((\\d+), .*"
+      "|(access|arch_prctl|brk|clock_nanosleep|execve|exit_group|fstat|futex|getpid|getrandom|lseek|mmap|mprotect|"
+      "munmap"
+      "|prlimit64|rseq|rt_sigaction|set_robust_list|set_tid_address|statx)\\(.*"
+      "|\\+\\+\\+ exited with 0 \\+\\+\\+");
+  std::size_t reads = 0;
+  std::size_t commands = 0;
+  std::istringstream lines(calls.substr(std::min(calls.find("execve("), calls.size())));
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_TRUE(std::regex_match(line, kHarmless)) << line;
+    EXPECT_TRUE(!line.starts_with("write(") || line.starts_with("write(1, ")) << line;
+    commands += line.starts_with("ioctl(") ? 1 : 0;
+    reads += line.starts_with("pread64(") && line.find(", 512, ") != std::string::npos ? 1 : 0;
+  }
+  EXPECT_EQ(reads, kReadByList) << calls;
+  EXPECT_GE(commands, 3 * reads);
 }
 
 TEST_F(UsbBench, TakesDrivesAsTheyAre) {
@@ -351,6 +426,9 @@ TEST_F(UsbBench, TakesDrivesAsTheyAre) {
   }
   guest.Argue({"-drive", "if=none,id=empty"});
   guest.Add(kStick + ",drive=empty,serial=empty");
+  guest.Argue({"-drive", "if=none,id=card,format=raw,file=" + NewStick("card")});
+  guest.Add(kStick + ",drive=card,serial=card");
+  guest.Bring("/usr/bin/strace");
   guest.Attach("big", NewImage("big", 3U << 20U));
   guest.Attach("old", NewImage("old", 70000));
   guest.AddImage("new", NewStick("new"));
@@ -361,9 +439,10 @@ TEST_F(UsbBench, TakesDrivesAsTheyAre) {
     waits += "wait_for drive " + scene.serial + "\n";
     scenes += "(\n" + scene.script + "\n) &\n";
   }
-  GuestResults results =
-      guest.Run(kExchange + waits + "cat /sys/block/sd*/stat >before\nrun list korventix LIST\n" +
-                "run stat sh -c 'cat before /sys/block/sd*/stat'\non empty empty SURE CLEAN\n" + scenes + "wait\n");
+  GuestResults results = guest.Run(kAskedOn + kExchange + ExchangeOfCard(NewStick("other")) + waits +
+                                   "cat /sys/block/sd*/stat >before\nrun list korventix LIST\n" +
+                                   "run stat sh -c 'cat before /sys/block/sd*/stat'\n" + kTraceOfList +
+                                   "on empty empty SURE CLEAN\n" + scenes + "wait\n");
   for (const Outcome& outcome : kOutcomes) {
     SCOPED_TRACE(outcome.label);
     const RunResult& run = results[outcome.label];
@@ -376,6 +455,7 @@ TEST_F(UsbBench, TakesDrivesAsTheyAre) {
     EXPECT_TRUE(Unchanged(untouched)) << untouched;
   }
   ExpectOneReadOfEach(results["stat"].out);
+  ExpectNothingTouched(results["calls"].out);
 }
 
 }  // namespace

@@ -20,9 +20,9 @@ struct Partition {
 };
 
 struct DriveFacts {
-  std::string name;         // "sdb"
-  std::string device;       // "8:16"
-  std::uint64_t bytes = 0;  // 0 without a medium
+  std::string name;                // "sdb"
+  std::string device;              // "8:16"
+  std::uint64_t bytes = 0;         // 0 without a medium
   std::uint32_t sector_bytes = 0;  // above 0
   bool removable = false;
   bool read_only = false;

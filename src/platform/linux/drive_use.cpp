@@ -221,9 +221,8 @@ class DriveUse {
 
   std::vector<std::string> Processes() const {
     std::vector<std::string> processes = EntriesOf(system_.Trees().proc);
-    std::erase_if(processes, [](const std::string& name) {
-      return name.find_first_not_of("0123456789") != std::string::npos;
-    });
+    std::erase_if(processes,
+                  [](const std::string& name) { return name.find_first_not_of("0123456789") != std::string::npos; });
     return processes;
   }
 
@@ -266,25 +265,22 @@ class DriveUse {
     const auto serves_it = [&](const Mount& mount) {
       return mount.type.starts_with("fuse") && MountedNode(mount) == NodeOf(system_, name);
     };
-    return (flags & O_ACCMODE) != O_RDONLY &&
-           std::none_of(own_.of_drive.begin(), own_.of_drive.end(), serves_it);
+    return (flags & O_ACCMODE) != O_RDONLY && std::none_of(own_.of_drive.begin(), own_.of_drive.end(), serves_it);
   }
 
-  bool IsPartitionUser(const std::string& name, const std::string& /*flags_file*/) const {
-    return name != facts_.name;
-  }
+  bool IsPartitionUser(const std::string& name, const std::string& /*flags_file*/) const { return name != facts_.name; }
 
-  // The first process, of those that this one may look into, that has the drive or a partition open and passes the test.
+  // The first process, of those that this one may look into, that has the drive or a partition open and passes the
+  // test.
   std::string OpenIn(Test test) const {
     for (const std::string& process : Processes()) {
-      const std::string folder = system_.Trees().proc + "/" + process;
-      for (const std::string& descriptor : EntriesOf(folder + "/fd")) {
+      const fs::path folder = fs::path(system_.Trees().proc) / process;
+      for (const std::string& descriptor : EntriesOf(folder / "fd")) {
         std::error_code error;
-        const std::string target = fs::read_symlink(folder + "/fd/" + descriptor, error);
-        const auto name = std::find_if(names_.begin(), names_.end(), [&](const std::string& each) {
-          return target == NodeOf(system_, each);
-        });
-        if (name != names_.end() && (this->*test)(*name, folder + "/fdinfo/" + descriptor)) {
+        const std::string target = fs::read_symlink(folder / "fd" / descriptor, error);
+        const auto name = std::find_if(names_.begin(), names_.end(),
+                                       [&](const std::string& each) { return target == NodeOf(system_, each); });
+        if (name != names_.end() && (this->*test)(*name, folder / "fdinfo" / descriptor)) {
           return target + " is open in " + ProcessText(process);
         }
       }

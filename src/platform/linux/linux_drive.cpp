@@ -75,8 +75,10 @@ ErrorCode OpenDevice(LinuxSystem& system, const std::string& node, const std::st
 std::string ReplacedText(const std::string& node, const DriveFacts& before, const DriveFacts& now) {
   const std::string was = DescriptionOf(before);
   const std::string is = DescriptionOf(now);
-  return node + (was == is ? " has been put in again, or has another medium now (" + is
-                           : " is another device now (" + is + "; it was " + was) + ")";
+  return node +
+         (was == is ? " has been put in again, or has another medium now (" + is
+                    : " is another device now (" + is + "; it was " + was) +
+         ")";
 }
 
 std::string JoinedWithAnd(const std::vector<std::string>& texts) {
@@ -117,8 +119,9 @@ std::uint8_t* LinuxDrive::Buffer() {
 ErrorCode LinuxDrive::Refuse(ErrorCode code, const std::string& why) {
   if (!complained_) {
     system_.Complain("drive " + std::to_string(number_) + " is refused: " + why +
-                     (unmounted_.empty() ? "" : "; before that was found, " + JoinedWithAnd(unmounted_) +
-                                                    (unmounted_.size() > 1 ? " were" : " was") + " unmounted"));
+                     (unmounted_.empty() ? ""
+                                         : "; before that was found, " + JoinedWithAnd(unmounted_) +
+                                               (unmounted_.size() > 1 ? " were" : " was") + " unmounted"));
   }
   complained_ = true;
   return code;
@@ -147,11 +150,11 @@ ErrorCode LinuxDrive::OpenNode(int flags, Descriptor& descriptor) {
     return code;
   }
   if (!known_) {
-    known_ = facts_;
     pin_ = Descriptor(fcntl(opened.Get(), F_DUPFD_CLOEXEC, opened.Get()));
     if (!pin_.IsOpen()) {
       return kErrorIoDevice;
     }
+    known_ = facts_;
   }
   descriptor = std::move(opened);
   return kErrorNone;
@@ -245,8 +248,8 @@ ErrorCode LinuxDrive::LendPartition(std::uint32_t number, std::uint64_t position
     return kErrorFileNotFound;
   }
   writer_ = Descriptor();
-  ErrorCode code = OpenDevice(system_, NodeOf(system_, partition->name), partition->device,
-                              O_RDWR | O_DIRECT | O_DSYNC, descriptor);
+  ErrorCode code =
+      OpenDevice(system_, NodeOf(system_, partition->name), partition->device, O_RDWR | O_DIRECT | O_DSYNC, descriptor);
   if (code == kErrorNone) {
     // While it is open the kernel keeps its table: what is found now stays.
     code = Find();

@@ -1,8 +1,9 @@
 // One physical drive of the machine: what is known of it in this run, and the only way to its device.
 //
 // Reading takes nothing from anybody: descriptors are open for reading alone, and what is mounted stays mounted. The
-// first one stays open to the end of the run, so that no other device can get the drive's number meanwhile. The run that works on a drive holds it, by a lock on its node that others respect, and before the first write the drive
-// is freed and claimed from the kernel, so that nothing can be mounted on it until the run ends. A drive that can't be
+// first one stays open to the end of the run, so that no other device can get the drive's number meanwhile. The run
+// that works on a drive holds it, by a lock on its node that others respect, and before the first write the drive is
+// freed and claimed from the kernel, so that nothing can be mounted on it until the run ends. A drive that can't be
 // freed is refused for the rest of the run, with one line on standard error.
 #pragma once
 

@@ -131,8 +131,7 @@ bool LinuxMachine::HasBootRecord(const Volume& volume) {
   LinuxDrive& drive = *Entry(volume.drive).drive;
   Descriptor descriptor;
   std::vector<std::uint8_t> sector(drive.Facts().sector_bytes);
-  return drive.Open(descriptor) == kErrorNone &&
-         drive.Read(descriptor.Get(), volume.position, sector) == kErrorNone &&
+  return drive.Open(descriptor) == kErrorNone && drive.Read(descriptor.Get(), volume.position, sector) == kErrorNone &&
          (sector[0] == 0xEB || sector[0] == 0xE9) && sector[kSignatureAt] == 0x55 && sector[kSignatureAt + 1] == 0xAA;
 }
 

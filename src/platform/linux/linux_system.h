@@ -33,7 +33,7 @@ class Descriptor {
 
 // One mount, as a process sees it.
 struct Mount {
-  int id = 0;  // of no other mount, whatever its namespace
+  int id = 0;               // of no other mount, whatever its namespace
   int parent = 0;           // the mount that its mount point lies on
   std::string device;       // "8:17"; of some file systems a number of no device
   std::string point;        // the folder
