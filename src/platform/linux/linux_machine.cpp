@@ -127,12 +127,18 @@ bool LinuxMachine::ScsiCommand(Handle handle, ConstByteSpan cdb, ByteSpan data, 
   return item != nullptr && Outcome(SendScsiCommand(*system_, DescriptorOf(item->device), cdb, data, returned));
 }
 
-bool LinuxMachine::HasBootRecord(const Volume& volume) {
-  LinuxDrive& drive = *Entry(volume.drive).drive;
+std::vector<std::uint8_t> LinuxMachine::SectorOf(int number, std::uint64_t position) {
+  LinuxDrive& drive = *Entry(number).drive;
   Descriptor descriptor;
   std::vector<std::uint8_t> sector(drive.Facts().sector_bytes);
-  return drive.Open(descriptor) == kErrorNone && drive.Read(descriptor.Get(), volume.position, sector) == kErrorNone &&
-         (sector[0] == 0xEB || sector[0] == 0xE9) && sector[kSignatureAt] == 0x55 && sector[kSignatureAt + 1] == 0xAA;
+  const bool read =
+      drive.Open(descriptor) == kErrorNone && drive.Read(descriptor.Get(), position, sector) == kErrorNone;
+  return read ? sector : std::vector<std::uint8_t>(sector.size());
+}
+
+bool LinuxMachine::HasBootRecord(const Volume& volume) {
+  const std::vector<std::uint8_t> sector = SectorOf(volume.drive, volume.position);
+  return (sector[0] == 0xEB || sector[0] == 0xE9) && sector[kSignatureAt] == 0x55 && sector[kSignatureAt + 1] == 0xAA;
 }
 
 bool LinuxMachine::QueryVolumeSize(const std::string& name, std::uint64_t& bytes) {
@@ -147,13 +153,14 @@ bool LinuxMachine::QueryVolumeSize(const std::string& name, std::uint64_t& bytes
 }
 
 ErrorCode LinuxMachine::MakeVolume(const Volume& volume, const std::string& file_system, const std::string& label) {
-  LinuxDrive& drive = *Entry(volume.drive).drive;
+  FormatJob job{file_system, label, volume.position / kDefaultSectorBytes};
+  SetGeometry(job, SectorOf(volume.drive, 0));
   Descriptor partition;
-  const ErrorCode code = drive.LendPartition(volume.index, volume.position, volume.bytes, partition);
+  const ErrorCode code =
+      Entry(volume.drive).drive->LendPartition(volume.index, volume.position, volume.bytes, partition);
   if (code != kErrorNone) {
     return code;
   }
-  const FormatJob job{file_system, label, volume.position / kDefaultSectorBytes};
   // What the tool has left in the system's cache has to be on the medium before the drive is read past it.
   return MakeFileSystem(partition.Get(), job) && fsync(partition.Get()) == 0 ? kErrorNone : kErrorIoDevice;
 }

@@ -6,6 +6,7 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/host/drive_machine.h"
 #include "platform/linux/linux_drive.h"
@@ -45,6 +46,8 @@ class LinuxMachine : public DriveMachine {
   NumberedDrive& Entry(int number) { return drives_.at(static_cast<std::size_t>(number)); }
   LinuxDrive& DriveOf(const OpenItem& item) { return *Entry(item.number).drive; }
   void RefreshVolumes(int number);
+  // A sector of a drive; zeros where it can't be read.
+  std::vector<std::uint8_t> SectorOf(int number, std::uint64_t position);
   // Whether a file system that starts with a boot record is on the volume.
   bool HasBootRecord(const Volume& volume);
   ErrorCode RereadTable(const OpenItem& item);
