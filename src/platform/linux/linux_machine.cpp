@@ -153,14 +153,14 @@ bool LinuxMachine::QueryVolumeSize(const std::string& name, std::uint64_t& bytes
 }
 
 ErrorCode LinuxMachine::MakeVolume(const Volume& volume, const std::string& file_system, const std::string& label) {
-  FormatJob job{file_system, label, volume.position / kDefaultSectorBytes};
-  SetGeometry(job, SectorOf(volume.drive, 0));
   Descriptor partition;
   const ErrorCode code =
       Entry(volume.drive).drive->LendPartition(volume.index, volume.position, volume.bytes, partition);
   if (code != kErrorNone) {
     return code;
   }
+  FormatJob job{file_system, label, volume.position / kDefaultSectorBytes};
+  SetGeometry(job, SectorOf(volume.drive, 0));
   // What the tool has left in the system's cache has to be on the medium before the drive is read past it.
   return MakeFileSystem(partition.Get(), job) && fsync(partition.Get()) == 0 ? kErrorNone : kErrorIoDevice;
 }
