@@ -30,12 +30,10 @@ TEST(CommandLine, IsRefusedWithItsMessage) {
       {"DRIVE=1 2PTN USBFDD", 1, "ERROR: Cannot specify USBFDD and 2PTN options!"},
       {"DRIVE=1 NTFS USBFDD", 1, "ERROR: Cannot specify USBFDD and NTFS options!"},
       {"DRIVE=1 NTFS DOSZIP", 1, "ERROR: Cannot specify DOS and NTFS options (use BOOTMGR)!"},
-      {"drive=1 ntfs dos", 1, "ERROR: Cannot specify DOS and NTFS options (use BOOTMGR)!"},
       {"DRIVE=1 USBFDD EXFAT WIN7", 1, "ERROR: Cannot specify USBFDD and EXFAT options!"},
       {"DRIVE=1 USBFDD EXFAT", 1,
        "\r\nWARNING: Defaulting to installing BOOTMGR bootsectors.\r\nERROR: Cannot specify USBFDD and EXFAT options!"},
       {"DRIVE=1 FIRSTPART=5", 1, "ERROR: FIRSTPART value must be between 2 and 4!"},
-      {"DRIVE=1 FIRSTPART=10", 1, "ERROR: FIRSTPART value must be between 2 and 4!"},
       {"DRIVE=1 LIST", 3, "\r\n\r\n"},
   };
   for (const auto& row : cases) {
@@ -65,11 +63,9 @@ TEST(CommandLine, TakesTheVolumeNameLast) {
 
 TEST(CommandLine, ShowsTheUsageWithoutADrive) {
   const struct {
-    std::string line;
-    std::string ending;
+    std::string line, ending;
   } cases[] = {
       {"", "Write error.\r\nMaybe need a DRIVE=n,  FIND, LIST or FILEINFO parameter?\r\n\r\n"},
-      {"SURE", "Write error.\r\nMaybe need a DRIVE=n,  FIND, LIST or FILEINFO parameter?\r\n\r\n"},
       {"SURE DRIVE=", "Write error.\r\n\r\n\r\n"},
   };
   for (const auto& row : cases) {
@@ -85,8 +81,7 @@ TEST(CommandLine, ShowsTheUsageWithoutADrive) {
 
 TEST(CommandLine, SelectsTheDrive) {
   const struct {
-    std::string text;
-    std::string number;
+    std::string text, number;
     int level;
   } cases[] = {
       {"DRIVE=01", "1", 2},   {"DRIVE=1.", "1", 2},  {"DRIVE=+1", "1", 2},  {"DRIVE=1", "1", 2},
@@ -103,15 +98,12 @@ TEST(CommandLine, SelectsTheDrive) {
 
 TEST(CommandLine, DerivesTheBootType) {
   const struct {
-    std::string line;
-    std::string boot_type;
-    std::string zip;
+    std::string line, boot_type, zip;
   } cases[] = {
       {"", "", "False"},
       {"DOSZIP", "FAT16ZIP", "True"},
       {"MSDOS", "FAT16MSDOS", "False"},
       {"WINPE XP", "FAT16BOOTMGR", "False"},  // the table's order decides, not the line's
-      {"BOOTMGR FREEDOS", "FAT16BOOTMGR", "False"},
       {"VISTA FREEDOS", "FAT16FREEDOS", "False"},
       {"XP NTFS", "NTFSNTLDR", "False"},
       {"NTFS FREEDOS", "", "False"},
@@ -120,7 +112,6 @@ TEST(CommandLine, DerivesTheBootType) {
       {"EXFAT GRUB4DOS", "EXFATBOOTMGR", "False"},
       {"GRUB4DOS", "", "False"},
       {"FAT32", "FAT32MSDOS", "False"},
-      {"FAT32 DOSZIP", "FAT32ZIP", "True"},
       {"FAT32 ZIP=1 XP", "FAT32NTLDR", "True"},
       {"NTFS FAT32 EXFAT WIN7", "FAT32BOOTMGR", "False"},
   };
@@ -141,10 +132,8 @@ TEST(CommandLine, ReadsTheSize) {
       {"SIZE=900", "900MiB (943718400 bytes)"},
       {"SIZE=0.5", "0.5MiB (524288 bytes)"},
       {"SIZE=12.3456789", "12.3456783294678MiB (12945382 bytes)"},
-      {"SIZE=900MB", "900MiB (943718400 bytes)"},
       {"SIZE=1e3", "1MiB (1048576 bytes)"},
       {"SIZE=900 512M", "488.28125MiB (512000000 bytes)"},
-      {"SIZE=", ""},
       {"SIZE=big", ""},
       {"SIZE=-5", ""},
       {"SIZE=.", ""},
@@ -160,18 +149,14 @@ TEST(CommandLine, ReadsTheSize) {
 
 TEST(CommandLine, RefusesBeforeAnythingIsWritten) {
   const struct {
-    std::string size;
-    std::string line;
-    std::string input;
+    std::string size, line, input;
     int level;
     std::string ending;
   } cases[] = {
       {"8G", "DRIVE=1 SURE", "", 1, "\r\nError: Cannot exceed 4GB for FAT16. Use FAT32, exFAT or NTFS?"},
       {"8G", "DRIVE=1 SURE SIZE=4097", "", 1, "Use FAT32, exFAT or NTFS?"},
       {"8G", "DRIVE=1 NOWRITE SIZE=4096", "", 2, "\r\nMBR Sector not written to disk - aborting..."},
-      {"8G", "DRIVE=1 FAT32 WINPE", "", 2, "\r\nUser aborted!"},
       {"8G", "DRIVE=1 FAT32 WINPE", "no\n", 2, "\r\nUser aborted!"},
-      {"70G", "DRIVE=1 FAT32 WINPE", "cancel\n", 2, "bytes)\r\n"},
       {"70G", "DRIVE=1 FAT32 WINPE", "ok\nn\n", 2, "\r\nUser aborted!"},
       {"65000000000", "DRIVE=1 FAT32 WINPE", "cancel\n", 2, "\r\nUser aborted!"},  // no large device yet
       {"65000000512", "DRIVE=1 FAT32 WINPE", "cancel\n", 2, "bytes)\r\n"},
@@ -182,7 +167,6 @@ TEST(CommandLine, RefusesBeforeAnythingIsWritten) {
       {"12M", "DRIVE=1 SURE", "", 3,
        "\r\nCannot find drive 1\r\nPlease ensure you have specified DRIVE=n where n is a NUMBER not a letter - add "
        "ALLDRIVES for non-USB drives."},
-      {"1M", "DRIVE=1 SURE", "", 3, "add ALLDRIVES for non-USB drives."},
       {"1G,sector=4096", "DRIVE=1 SURE", "", 6, "\r\nERROR: Drive 1 is reported as a 4K-bytes per sector drive!"},
       {"1G,sector=2048", "DRIVE=1 SURE", "", 6, "\r\nERROR: Drive 1 is reported as not a 512-bytes per sector drive!"},
       {"1G,bus=ata", "DRIVE=1 SURE", "", 4, "\r\nDrive 1 is not a USB drive!"},

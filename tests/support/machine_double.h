@@ -71,7 +71,6 @@ class MachineDouble : public SimulatedMachine {
   std::vector<std::string> started;      // command lines of other programs
   std::deque<std::uint32_t> exit_codes;  // as polls see them in turn; behind the last they fail
   bool starts = true;                    // whether other programs do
-  std::vector<std::string> closed;       // titles that CloseShellDialog was given
   std::vector<Call> calls;               // in order, failed ones too
 
   // The clock, in milliseconds, and what each read and write takes of it.
@@ -89,7 +88,7 @@ class MachineDouble : public SimulatedMachine {
   [[noreturn]] void Exit(std::int32_t level) override { throw RunEnded{level}; }
   bool WriteText(Handle output, std::string_view text) override;
   int ShowBox(std::string_view text, int buttons, std::string_view title) override;
-  void CloseShellDialog(std::string_view title) override { closed.emplace_back(title); }
+  void CloseShellDialog(std::string_view /*title*/) override {}
   void Wait(std::uint32_t milliseconds) override { waited += milliseconds; }
   SystemVersion Version() override { return version; }
   std::uint32_t DriveType(const std::string& root) override {

@@ -82,8 +82,6 @@ TEST(FormatFat16, HoldsItsLimits) {
       {4'192'903, "FAT16NTLDR", -1, "\r\nFORMATTING AS FAT16" + kWarning + "\r\nBoot type set to FAT16NTLDR"},
       {8'386'849, "FAT16FREEDOS", -1, "\r\nFORMATTING AS FAT16" + kWarning + "\r\nBoot type set to FAT16FREEDOS"},
       {8'386'850, "FAT16FREEDOS", 1, kRefusal},
-      {10'000, "FAT16OTHER", 1,
-       "\r\nFORMATTING AS FAT16\r\nCOMMAND LINE ERROR: No support for FAT16OTHER bootcode\r\n\r\n"},
   };
   for (const auto& row : cases) {
     OpenDrive machine;
@@ -97,8 +95,7 @@ TEST(FormatFat16, HoldsItsLimits) {
 
 TEST(FormatFat16, WritesTheBytesOfTheFormat) {
   const struct {
-    bool zip;
-    bool usb_fdd;
+    bool zip, usb_fdd;
     std::string fields;  // 0Bh to 26h, for a volume of 3,000,000 sectors
     char media;
   } cases[] = {

@@ -14,14 +14,12 @@ namespace {
 TEST(PlainNumber, HasNoExponentAndNoMoreThanFifteenDigits) {
   const std::vector<std::pair<double, std::string>> cases{
       {0, "0"},
-      {1.5, "1.5"},
-      {-2.25, "-2.25"},
       {8004304896.0, "8004304896"},
       {999999999999999.0, "999999999999999"},
+      {-2.25, "-2.25"},
       {0.1, "0.1"},
       {15601100.0 / 63 / 255, "971.123560535325"},
       {1.0 / 1048576, "0.00000095367431640625"},
-      {1000, "1000"},
   };
   for (const auto& [value, text] : cases) {
     EXPECT_EQ(PlainNumber(value), text);
@@ -31,17 +29,14 @@ TEST(PlainNumber, HasNoExponentAndNoMoreThanFifteenDigits) {
 
 TEST(NumberText, GroupsAndCuts) {
   const std::vector<std::tuple<double, std::string, std::string>> cases{
-      {0, "", "0"},
       {999, "", "999"},
       {1000, "", "1,000"},
       {1234567, "", "1,234,567"},
-      {123456, "", "123,456"},
       {-1000, "", "-1,000"},
       {-999, "", "-999"},
       {1536.25, ".0#", "1,536.25"},
       {1536.999, ".0", "1,536.9"},
       {1536.25, "##################0", "1,536"},
-      {7, ".0##", "7"},
       {12.004, ".0#", "12"},
       {12.5, "#,##0.0###", "12.5"},
       {0.123456, ".0###", "0.1234"},
@@ -87,13 +82,6 @@ TEST(DumpSector, ShowsLinesAndHeadings) {
     buffer[i] = static_cast<std::uint8_t>(0x3A + i * 5);
   }
   LastSectorLba = 2048;
-  LastTransferBytes = 0;
-  DumpText.clear();
-  DumpSector(buffer, 0);
-  EXPECT_EQ(DumpText,
-            "\r\n\r\n============= SECTOR DATA ================\r\n"
-            "\r\n\r\n========= END OF SECTOR DATA ================\r\n");
-
   LastTransferBytes = 1024;
   DumpText.clear();
   DumpSector(buffer, 0);
@@ -101,7 +89,6 @@ TEST(DumpSector, ShowsLinesAndHeadings) {
                           "0000 3A 3F 44 49 4E 53 58 5D - 62 67 6C 71 76 7B 80 85  :?DINSX] bglqv{..\r\n0010 "),
             std::string::npos);
   EXPECT_NE(DumpText.find("........ ........\r\n\r\n[Sector 2049]  1MB\r\n0200 "), std::string::npos);
-
   // An incomplete line has no characters; more than the buffer holds is never shown.
   DumpText.clear();
   DumpSector(ConstByteSpan(buffer).first(3), 512);

@@ -35,17 +35,6 @@ class ImageFileTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(ImageFileTest, ReadsWhatWasWrittenAbove4GiB) {
-  const std::uint64_t place = 5000 * kMebibyte + 512;
-  ASSERT_EQ(image->Write(place, Bytes(1024, 7)), kErrorNone);
-  Bytes read(2048, 0xEE);
-  ASSERT_EQ(image->Read(place - 512, read), kErrorNone);
-  Bytes expected(2048);
-  std::fill(expected.begin() + 512, expected.begin() + 1536, std::uint8_t{7});
-  EXPECT_EQ(read, expected);
-  EXPECT_EQ(image->Flush(), kErrorNone);
-}
-
 TEST_F(ImageFileTest, ZerosLeaveHolesAndClearData) {
   EXPECT_EQ(image->Write(kImageBytes - 64 * kMebibyte, Bytes(64 * kMebibyte)), kErrorNone);
   EXPECT_LT(AllocatedBytes(), kMebibyte);
@@ -84,11 +73,4 @@ TEST_F(ImageFileTest, AFullDiskIsSaid) {
   EXPECT_EQ(image->Write(0, Bytes(512, 1)), kErrorNone);
   EXPECT_EQ(image->Write(2 * kMebibyte, Bytes(512, 1)), kErrorDiskFull);
   setrlimit(RLIMIT_FSIZE, &limit);
-}
-
-TEST_F(ImageFileTest, IsLockedWhileItIsOpen) {
-  EXPECT_EQ(ImageFile::Open(file, /*writable=*/true, problem), nullptr);
-  EXPECT_NE(problem.find("in use"), std::string::npos) << problem;
-  image.reset();
-  EXPECT_NE(ImageFile::Open(file, /*writable=*/true, problem), nullptr);
 }

@@ -87,11 +87,8 @@ TEST(OpenLockDismountVolume, TracesEveryStep) {
   const struct {
     CallKind failing;
     std::uint32_t code;
-    std::string lock_line;
-    std::string dismount_line;
+    std::string lock_line, dismount_line;
   } cases[] = {
-      {CallKind::kScsi, 0, "MyLock_Volume Volume locked - Handle #",
-       "MyDismount_Volume Dismounted volume on Handle  #"},
       {CallKind::kLock, kErrorAccessDenied, "MyLock_Volume Cannot lock volume - access denied - Handle #",
        "MyDismount_Volume Dismounted volume on Handle  #"},
       {CallKind::kLock, kErrorIoDevice, "MyLock_Volume Cannot lock volume - Handle #",
@@ -116,17 +113,6 @@ TEST(OpenLockDismountVolume, TracesEveryStep) {
     }
     EXPECT_EQ(machine.console, expected);
     EXPECT_EQ(VolumeHandle, 0);
-  }
-}
-
-TEST(GetDriveVolumes, GivesTheFirstFour) {
-  for (const int partitions : {0, 1, 4}) {
-    VolumesMachine machine(static_cast<std::uint8_t>(partitions));
-    std::string letters[4];
-    EXPECT_EQ(Get_Drive_Volumes(3, letters[0], letters[1], letters[2], letters[3]), partitions > 0);
-    for (int i = 0; i < 4; ++i) {
-      EXPECT_EQ(letters[i], i < partitions ? std::string(1, static_cast<char>('D' + i)) + ":" : "");
-    }
   }
 }
 
