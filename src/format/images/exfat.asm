@@ -76,7 +76,6 @@
 %define FAT_BUFFER          0x8200
 %define DIRECTORY_BUFFER    0x8400
 %define LOAD_SEGMENT        0x2000
-%define ODD_DRIVE_BITS      0x70        ; 00h to 0Fh and 80h to 8Fh are drives
 %define MARK                "KX"
 %define EXTENDED_MAGIC      0xAA550000
 %define REGION_SECTORS      12
@@ -122,18 +121,7 @@ must $-$$ == EXFAT_CODE
 
 %include "read_sectors.inc"
 
-; Prints the text at DS:SI.  Clobbered: AX, BX, SI, flags.
-print.next:
-        mov     ah, 0x0E
-        mov     bx, 7
-        pusha                           ; teletype output may change BP and more
-        int     0x10
-        popa
-print:
-        lodsb
-        test    al, al
-        jnz     .next
-        ret
+%include "print.inc"
 
         pad_to  NAME_PLACE
 loader_name:
@@ -142,18 +130,7 @@ must $ - loader_name == NAME_LENGTH * 2
 
 start:
         mov     cx, ds
-        xor     ax, ax
-        mov     ss, ax
-        mov     sp, BOOT_ADDRESS
-        mov     bp, sp
-        mov     ds, ax
-        mov     es, ax
-        sti
-        cld
-        test    dl, ODD_DRIVE_BITS      ; some old BIOSes leave DL alone
-        jnz     .drive_known
-        mov     [bp+BPB_DRIVE], dl
-.drive_known:
+%include "start.inc"
         mov     eax, [bp+EXFAT_START]
         or      eax, [bp+EXFAT_START+4]
         jnz     .start_known

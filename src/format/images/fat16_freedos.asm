@@ -34,7 +34,7 @@
 %define LOAD_LIMIT   307                ; sectors, up to 26C00h; leaves the stack 3 KiB
 %define DATA_START   bp-0x18            ; between boot sector and stack
 %define CACHED       bp-0x14            ; the number of a FAT sector is never "CL"
-%define ODD_DRIVE    0x70               ; bits: 00h to 0Fh and 80h to 8Fh are drives
+%define NO_MORE      disk_error
 
 %macro COMPARE_END 0
         cmp     eax, [bp+BPB_TOTAL]
@@ -64,7 +64,7 @@ moved:
         pop     ss
         mov     sp, STACK
         sti
-        test    dl, ODD_DRIVE           ; some old BIOSes leave DL alone
+        test    dl, ODD_DRIVE_BITS      ; some old BIOSes leave DL alone
         jnz     .drive_known
         mov     [bp+BPB_DRIVE], dl
 .drive_known:
@@ -85,18 +85,7 @@ moved:
         pop     es
         mov     di, ROOT_OFFSET
 .entry:
-        cmp     [di], ch                ; never used, like all behind it
-        je      disk_error
-        test    byte [di+ENTRY_ATTRIBUTES], NO_FILE
-        jnz     .next
-        push    di
-        mov     si, loader_name
-        mov     cl, ENTRY_NAME_BYTES
-        repe    cmpsb                   ; a deleted entry begins with E5h
-        pop     di
-        je      load_file
-.next:
-        add     di, ENTRY_BYTES
+%include "match_entry.inc"
         jnz     .entry
                                         ; falls into disk_error
 disk_error:

@@ -48,6 +48,7 @@
 %define CACHED       bp-6
 %define PLACES       0x1FC              ; low bytes of two texts' addresses
 %define BIOS_MEMORY  0x413              ; word: KiB
+%define NO_MORE      missing
 
 %macro COMPARE_ROOM 0
         imul    di, [BIOS_MEMORY], 64
@@ -109,18 +110,7 @@ start:
         pop     es
         mov     di, ROOT_OFFSET
 .entry:
-        cmp     [di], ch                ; never used, like all behind it
-        je      missing
-        test    byte [di+ENTRY_ATTRIBUTES], NO_FILE
-        jnz     .next
-        push    di
-        mov     si, loader_name
-        mov     cl, ENTRY_NAME_BYTES
-        repe    cmpsb                   ; a deleted entry begins with E5h
-        pop     di
-        je      load_file
-.next:
-        add     di, ENTRY_BYTES
+%include "match_entry.inc"
         jnz     .entry
                                         ; falls into missing
 

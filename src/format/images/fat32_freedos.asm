@@ -32,7 +32,7 @@
 %define STACK        (BOOT_ADDRESS - 0x12)
 %define DATA_START   bp-0x16            ; dword: the first sector of cluster 2, counted from the volume's start
 %define DIRECTORY_LIMIT 4096            ; sectors of the largest directory, 65536 entries
-%define ODD_DRIVE    0x70               ; bits: 00h to 0Fh and 80h to 8Fh are drives
+%define NO_MORE      disk_error
 
 %macro COMPARE_END 0
         cmp     eax, [bp+BPB_TOTAL]
@@ -67,7 +67,7 @@ moved:
         mov     si, text_loading
         call    print
         mov     bp, BOOT_ADDRESS        ; some BIOSes change it when they print
-        test    dl, ODD_DRIVE           ; some old BIOSes leave DL alone
+        test    dl, ODD_DRIVE_BITS      ; some old BIOSes leave DL alone
         jnz     .drive_known
         mov     [bp+BPB_DRIVE], dl
 .drive_known:
@@ -117,18 +117,7 @@ search_sector:
         xor     di, di
         push    cx
 .entry:
-        cmp     [di], ch                ; never used, like all behind it
-        je      disk_error
-        test    byte [di+ENTRY_ATTRIBUTES], NO_FILE
-        jnz     .next
-        push    di
-        mov     si, kernel_name
-        mov     cl, ENTRY_NAME_BYTES
-        repe    cmpsb                   ; a deleted entry begins with E5h
-        pop     di
-        je      load_file
-.next:
-        add     di, ENTRY_BYTES
+%include "match_entry.inc"
         cmp     di, SECTOR_BYTES
         jb      .entry
         pop     cx
@@ -182,9 +171,9 @@ text_loading:
         db      "Loading FreeDOS ", 0
 text_missing:
         db      13, 10, "No "
-kernel_name:
+loader_name:
         db      "KERNEL  SYS", 0
-must $ - kernel_name == ENTRY_NAME_BYTES + 1
+must $ - loader_name == ENTRY_NAME_BYTES + 1
 
 directory_left:
         dw      DIRECTORY_LIMIT + 1

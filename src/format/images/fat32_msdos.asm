@@ -45,7 +45,6 @@
 %define ENTRY_OFFSET     0x0200         ; of the loader
 %define LOADER_MARK      "BJ"           ; there
 %define PLACE            0x1EE          ; word: the table of messages
-%define ODD_DRIVE_BITS   0x70           ; 00h to 0Fh and 80h to 8Fh are drives
 
 ; Only one of the two sectors is written; what the assembler says about the bytes of the other one is no news.
 [warning -other]
@@ -65,18 +64,7 @@ section .first
         bpb32   16, 32, 63, 255, 63, 25302312, 12349, 0x80, "DRIVE_C"
 
 start:
-        xor     ax, ax
-        mov     ss, ax
-        mov     sp, BOOT_ADDRESS
-        mov     bp, sp
-        mov     ds, ax
-        mov     es, ax
-        sti
-        cld
-        test    dl, ODD_DRIVE_BITS      ; some old BIOSes leave DL alone
-        jnz     .drive_known
-        mov     [bp+BPB_DRIVE], dl
-.drive_known:
+%include "start.inc"
         call    probe_lba
         xor     eax, eax
         mov     al, EXTENDED_SECTOR

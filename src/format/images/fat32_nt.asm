@@ -20,6 +20,7 @@
 ;             then a key and INT 19h.
 
 %include "boot.inc"
+%include "fat32.inc"
 
         bits    16
         cpu     386
@@ -46,7 +47,6 @@
 %define DIRECTORY_BUFFER 0x8200
 %define LOAD_SEGMENT     0x2000
 %define DIRECTORY_LIMIT  4096           ; sectors of the largest FAT directory, 65536 entries
-%define ODD_DRIVE_BITS   0x70           ; 00h to 0Fh and 80h to 8Fh are drives
 
 ; Only one of the two sectors is written; what the assembler says about the bytes of the other one is no news.
 [warning -other]
@@ -63,52 +63,14 @@ section .first
         jmp     short start
         nop
         db      "MSDOS5.0"
-        dw      512                     ; bytes per sector
-must $-$$ == BPB_CLUSTER
-        db      8
 %ifidn LOADER, BOOTMGR
-  %define DEFAULT_FAT_SECTORS 1932
-  %define DEFAULT_HIDDEN      128
-  %define DEFAULT_TOTAL       1981312
-  %define DEFAULT_DRIVE       0x80
+        bpb32   8, 32, 63, 255, 128, 1981312, 1932, 0x80, "NO NAME"
 %else
-  %define DEFAULT_FAT_SECTORS 996
-  %define DEFAULT_HIDDEN      32
-  %define DEFAULT_TOTAL       1021919
-  %define DEFAULT_DRIVE       0x00
+        bpb32   8, 32, 63, 255, 32, 1021919, 996, 0x00, "NO NAME"
 %endif
-        dw      32                      ; reserved sectors
-        db      2                       ; FATs
-        dw      0, 0                    ; root entries, 16-bit total
-        db      0xF8                    ; media
-        dw      0                       ; 16-bit FAT size
-        dw      63, 255
-must $-$$ == BPB_HIDDEN
-        dd      DEFAULT_HIDDEN, DEFAULT_TOTAL, DEFAULT_FAT_SECTORS
-        dw      0, 0                    ; flags, version
-must $-$$ == BPB32_ROOT
-        dd      2
-        dw      1, 6                    ; FSInfo, backup
-        times   12 db 0
-must $-$$ == BPB32_DRIVE
-        db      DEFAULT_DRIVE, 0, 0x29
-        dd      0                       ; serial number
-        db      "NO NAME    ", "FAT32   "
-must $-$$ == BPB32_CODE
 
 start:
-        xor     ax, ax
-        mov     ss, ax
-        mov     sp, BOOT_ADDRESS
-        mov     bp, sp
-        mov     ds, ax
-        mov     es, ax
-        sti
-        cld
-        test    dl, ODD_DRIVE_BITS      ; some old BIOSes leave DL alone
-        jnz     .drive_known
-        mov     [bp+BPB_DRIVE], dl
-.drive_known:
+%include "start.inc"
         call    probe_lba
         xor     eax, eax
         mov     al, EXTENDED_SECTOR
@@ -119,7 +81,24 @@ start:
         je      find_loader
         jmp     short disk_error        ; an old sector, or none
 
-%include "fail.inc"
+missing:
+        mov     si, text_missing
+        jmp     short fail
+disk_error:
+        mov     si, text_disk
+fail:
+        sti                             ; a BIOS may come back from a disk call without interrupts
+        call    print
+        mov     si, text_key
+        call    print
+        xor     ax, ax
+        int     0x16
+        int     0x19
+.stop:
+        hlt
+        jmp     short .stop
+
+%include "print.inc"
 %include "read_sectors.inc"
 
 loader_name:

@@ -59,7 +59,6 @@
 %define LBA_ON           0x0E
 %define DEFAULT_TRACK    63             ; the geometry where neither volume nor BIOS tells one
 %define DEFAULT_HEADS    255
-%define ODD_DRIVE_BITS   0x70           ; 00h to 0Fh and 80h to 8Fh are drives
 %define IMAGE_END        (BOOT_ADDRESS + SECTORS * SECTOR_BYTES)
 %define MARK             "KX"
 %define LOAD_SEGMENT     0x2000
@@ -160,18 +159,7 @@ must BPB_HEADS == BPB_TRACK + 2
 
 start:
         mov     cx, ds
-        xor     ax, ax
-        mov     ss, ax
-        mov     sp, BOOT_ADDRESS
-        mov     bp, sp
-        mov     ds, ax
-        mov     es, ax
-        sti
-        cld
-        test    dl, ODD_DRIVE_BITS      ; some old BIOSes leave DL alone
-        jnz     .drive_known
-        mov     [bp+BPB_DRIVE], dl
-.drive_known:
+%include "start.inc"
         cmp     dword [bp+BPB_HIDDEN], 0
         jne     .start_known
         inc     cx
@@ -212,18 +200,7 @@ fail:
         hlt
         jmp     short .stop
 
-; Prints the text at DS:SI.  Clobbered: AX, BX, SI, flags.
-print.next:
-        mov     ah, 0x0E
-        mov     bx, 7
-        pusha                           ; teletype output may change BP and more
-        int     0x10
-        popa
-print:
-        lodsb
-        test    al, al
-        jnz     .next
-        ret
+%include "print.inc"
 
 %include "read_sectors.inc"
 
