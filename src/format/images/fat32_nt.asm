@@ -119,17 +119,7 @@ section .second
         db      MARK
 
 find_loader:
-        movzx   eax, byte [bp+BPB_FATS]
-        mul     dword [bp+BPB32_FAT_SECTORS]
-        movzx   edx, word [bp+BPB_RESERVED]
-        add     eax, edx
-        mov     [data_start], eax
-        sub     eax, [bp+BPB_TOTAL]
-        neg     eax
-        movzx   ecx, byte [bp+BPB_CLUSTER]
-        xor     edx, edx
-        div     ecx
-        mov     [cluster_count], eax
+        measure_data_area
         mov     eax, [bp+BPB32_ROOT]
 .cluster:
         push    eax
