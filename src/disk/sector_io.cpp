@@ -8,7 +8,14 @@
 #include "console/sector_dump.h"
 #include "disk/handles.h"
 
-void SizeSectorBuffer(std::size_t last) { SectorBuffer.assign(last + 1, 0); }
+void SizeSectorBuffer(std::size_t last) {
+  try {
+    SectorBuffer.assign(last + 1, 0);
+  } catch (const std::bad_alloc&) {
+    ReportBox("\r\n*** ERROR *** not enough memory for a buffer of " + std::to_string(last + 1) + " bytes");
+    MyExitProcess(kLevelOperational);
+  }
+}
 
 static void NoteError() {
   LastDllError = port->LastError();

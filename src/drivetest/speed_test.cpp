@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <new>
 #include <string_view>
 
 #include "cli/option_model.h"
@@ -24,16 +23,6 @@ constexpr double kMebi = 1'048'576;
 constexpr const char* kLocalFile = "USBSpeed.csv";
 constexpr const char* kDecimalPointFile = "USBSpeedDP.csv";
 constexpr const char* kDecimalPointSeparator = ",";
-
-// The one place where memory may run out.
-void SizeRunBuffer() {
-  try {
-    SizeSectorBuffer(kRunBytes);
-  } catch (const std::bad_alloc&) {
-    ReportBox("\r\n*** ERROR *** not enough memory for a run of " + PlainNumber(kRunBytes) + " bytes");
-    MyExitProcess(kLevelOperational);
-  }
-}
 
 void AskBeforeTest() {
   if (!Confirmed("\r\nNON-DESTRUCTIVE SPEEDTEST on Drive " + std::to_string(DriveNumber) + "\r\n\r\n   " + DriveModel +
@@ -167,7 +156,7 @@ void MeasureWriting() {
 void SpeedTest() {
   constexpr std::uint32_t kForTheReader = 5000;
   CsvSeparator = port->DecimalSign() == ',' ? ";" : ",";
-  SizeRunBuffer();
+  SizeSectorBuffer(kRunBytes);
   AskBeforeTest();
   TakeDriveForOneself();
   MeasureReading();

@@ -177,9 +177,10 @@ class Platform {
   virtual bool Close(Handle handle) = 0;
   // Sets the position of the next transfer, in bytes from the start; a negative one fails with kErrorNegativeSeek.
   virtual bool Seek(Handle handle, std::int64_t position) = 0;
-  // One transfer at the present position, straight to or from `buffer`; `moved` gets the bytes that were moved. On all
-  // machines but Windows a transfer moves everything or nothing: one that crosses the end of the drive fails with
-  // kErrorSectorNotFound, one that is not made of whole sectors with kErrorInvalidParameter.
+  // One transfer at the present position, straight to or from `buffer`, which on drives and volumes should begin on a
+  // page of memory; `moved` gets the bytes that were moved. On all machines but Windows a transfer moves everything or
+  // nothing: one that crosses the end of the drive fails with kErrorSectorNotFound, one that is not made of whole
+  // sectors with kErrorInvalidParameter.
   virtual bool Read(Handle handle, ByteSpan buffer, std::uint32_t& moved) = 0;
   virtual bool Write(Handle handle, ConstByteSpan buffer, std::uint32_t& moved) = 0;
   // Passes what was written on to the medium.

@@ -180,7 +180,7 @@ TEST_F(SpeedTestRun, EndsWhereMemoryRunsOut) {
 #endif
   const RunResult run = Run({"prlimit", "--as=60000000"});
   EXPECT_EQ(run.exit_code, 6);
-  EXPECT_TRUE(run.out.ends_with("bytes)\r\n\r\n*** ERROR *** not enough memory for a run of 66560000 bytes\r\n\r\n"))
+  EXPECT_TRUE(run.out.ends_with("bytes)\r\n\r\n*** ERROR *** not enough memory for a buffer of 66560001 bytes\r\n\r\n"))
       << run.out;
   EXPECT_EQ(Lines("USBSpeed.csv"), "(none)");
 }

@@ -44,6 +44,7 @@ void ResetProgram(Platform& machine) {
   StdOutHandle = DiskHandle = FileHandle = VolumeHandle = 0;
   LockedVolumeHandles.fill(0);
   SectorBuffer.clear();
+  SectorBuffer.shrink_to_fit();
   DumpText.clear();
   BinArray.fill(0);
   LastSectorLba = 0;

@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,6 +18,18 @@
 #include "platform/byte_order.h"
 #include "support/program.h"
 #include "support/run.h"
+
+static std::size_t page_blocks = 0;    // asked for so far: SectorBuffer, each time that it grows
+static std::size_t no_page_block = 0;  // which one can't be had
+
+void* operator new(std::size_t bytes, std::align_val_t alignment) {
+  const auto step = static_cast<std::size_t>(alignment);
+  if (++page_blocks == no_page_block) {
+    throw std::bad_alloc();
+  }
+  return std::aligned_alloc(step, (bytes + step - 1) / step * step);
+}
+void operator delete(void* block, std::align_val_t /*alignment*/) noexcept { std::free(block); }
 
 namespace {
 
@@ -115,11 +129,11 @@ constexpr std::size_t kStep = 1;
 struct Cut {};   // the process has been ended
 struct Hang {};  // more calls than any run needs
 
-enum class FaultKind { kNone, kOnce, kFromThereOn, kShort, kCut };
+enum class FaultKind { kNone, kOnce, kFromThereOn, kShort, kCut, kNoMemory };
 
 struct Plan {
   FaultKind fault = FaultKind::kNone;
-  std::size_t call = 0;  // which one, from 1; of kShort and kCut: which transfer, which write of a drive
+  std::size_t call = 0;  // which one, from 1; else which transfer, which write of a drive, which block of memory
 };
 
 class CampaignMachine : public MachineDouble {
@@ -274,6 +288,7 @@ struct RunOutcome {
   std::size_t calls = 0;
   std::size_t transfers = 0;
   std::size_t drive_writes = 0;
+  std::size_t page_blocks = 0;
   bool write_failed = false;
 };
 
@@ -296,6 +311,8 @@ class Campaign {
     CampaignMachine machine(std::move(drives), line_, plan);
     machine.program_folder = folder_.File("");
     RunOutcome outcome;
+    page_blocks = 0;
+    no_page_block = plan.fault == FaultKind::kNoMemory ? plan.call : 0;
     try {
       outcome.level = RunMain(machine);
     } catch (const Cut&) {
@@ -307,6 +324,7 @@ class Campaign {
     outcome.calls = machine.calls_made;
     outcome.transfers = machine.transfers;
     outcome.drive_writes = machine.drive_writes;
+    outcome.page_blocks = page_blocks;
     outcome.write_failed = machine.write_failed;
     return outcome;
   }
@@ -316,7 +334,9 @@ class Campaign {
     Disk drive = FreshDisk(mode_.sectors);
     const RunOutcome outcome = Run(plan, drive);
     ++tried;
-    const bool level_fits = outcome.cut || outcome.level == 0 || mode_.levels.contains(outcome.level);
+    const bool level_fits = plan.fault == FaultKind::kNoMemory
+                                ? outcome.level == 6
+                                : outcome.cut || outcome.level == 0 || mode_.levels.contains(outcome.level);
     if (outcome.hung || !level_fits || !OnlyOwnSectorsChanged(drive)) {
       ++wrong;
       ADD_FAILURE() << Label(plan) << ": level " << outcome.level << (outcome.hung ? ", hung" : "");
@@ -344,6 +364,9 @@ class Campaign {
     for (std::size_t write = 1; write <= good.drive_writes; write += kStep) {
       EXPECT_TRUE(Try({FaultKind::kCut, write}).cut) << mode_.label;
     }
+    for (std::size_t block = 1; block <= good.page_blocks; ++block) {
+      Try({FaultKind::kNoMemory, block});
+    }
   }
 
   std::size_t tried = 0;
@@ -351,7 +374,8 @@ class Campaign {
 
  private:
   std::string Label(const Plan& plan) const {
-    constexpr std::array kNames{"no fault", "fails once", "fails from there on", "falls short", "is the last"};
+    constexpr std::array kNames{"no fault",    "fails once",  "fails from there on",
+                                "falls short", "is the last", "has no memory"};
     return mode_.label + ": call " + std::to_string(plan.call) + " " + kNames[static_cast<std::size_t>(plan.fault)];
   }
 

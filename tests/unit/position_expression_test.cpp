@@ -50,7 +50,7 @@ double Evaluate(const std::vector<std::uint8_t>& table, Evaluator evaluator, std
   OptSure = true;
   DriveNumber = 7;
   DriveReportedBytes = 1'000'000 * 512;
-  SectorBuffer = table;
+  SectorBuffer.assign(table.begin(), table.end());
   LastTransferBytes = 3072;
   double value = kRefused;
   try {
