@@ -171,7 +171,7 @@ double DriveLengthByName(const std::string& text, double start) {
   return Contains(text, "MBR+") ? DriveMbrPlus(extents) : 0;
 }
 
-// Bytes up to the partition with the lowest number, or to the extended one in front of it; nothing without any.
+// Bytes up to the partition with the lowest number, or to the extended one in front of it or alone; nothing without.
 std::optional<double> FileMbrPlus(const PartitionExtents& extents) {
   std::optional<double> start;
   for (int n = kNamed; n >= 1; --n) {
@@ -180,7 +180,7 @@ std::optional<double> FileMbrPlus(const PartitionExtents& extents) {
     }
   }
   const double extended = First(extents[kPext]) * kSector;
-  if (start && PextInUse(extents) && extended < *start) {
+  if (PextInUse(extents) && (!start || extended < *start)) {
     start = extended;
   }
   return start;

@@ -40,6 +40,7 @@ std::vector<std::uint8_t> Mbr(const std::vector<TableEntry>& entries) {
 const std::vector<std::uint8_t> kTwoPrimaries = Mbr({{0x0C, 2048, 1000}, {0x07, 5000, 3000}});
 const std::vector<std::uint8_t> kWithExtended =
     Mbr({{0x0C, 2048, 1000}, {0x0C, 4000, 100}, {0x0C, 4200, 100}, {0x0F, 100, 50'000}});
+const std::vector<std::uint8_t> kExtendedAlone = Mbr({{0x05, 300, 1000}});
 const std::vector<std::uint8_t> kNoTable(3072);
 
 // What an evaluator gives for a table in SectorBuffer, or kRefused when it ends the run with level 6.
@@ -180,6 +181,8 @@ TEST(EvalFileLength, KnowsItsForms) {
       {kTwoPrimaries, "P3", 0, kRefused},
       {kTwoPrimaries, "MBR+", 0, 2048 * 512},
       {kWithExtended, "MBR+", 0, 100 * 512},
+      {kExtendedAlone, "MBR+", 0, 300 * 512},
+      {kNoTable, "MBR+", 0, kRefused},
       {kTwoPrimaries, "PALL", 512, 7999 * 512},
       {kWithExtended, "PALL", 0, 50'100 * 512},
   };
