@@ -146,8 +146,8 @@ double AllEnd(const PartitionExtents& extents) {
   EndWithMessage("Invalid partition table on drive " + std::to_string(DriveNumber));
 }
 
-// Sectors up to the first partition: the lowest start among P1 to P8 and PEXT.
-double DriveMbrPlus(const PartitionExtents& extents) {
+// The lowest start that is not 0 among P1 to P8 and PEXT, which is MBR+ on a drive.
+double FirstPartitionStart(const PartitionExtents& extents) {
   const double lowest = LowestStart(extents, kNamed);
   const double extended = First(extents[kPext]);
   return extended != 0 && (lowest == 0 || extended < lowest) ? extended : lowest;
@@ -168,7 +168,7 @@ double DriveLengthByName(const std::string& text, double start) {
   if (Contains(text, "DALL")) {
     return std::floor(static_cast<double>(DriveReportedBytes) / kSector) - start;
   }
-  return Contains(text, "MBR+") ? DriveMbrPlus(extents) : 0;
+  return Contains(text, "MBR+") ? FirstPartitionStart(extents) : 0;
 }
 
 // Bytes up to the partition with the lowest number, or to the extended one in front of it or alone; nothing without.
@@ -347,12 +347,10 @@ double EvalFileLength(const std::string& file_name, const std::string& expressio
 
 std::string ExtentsText(const PartitionExtents& extents) {
   std::string text = "\r\n\r\n";
-  double lowest = 0;
   double highest = 0;
   const auto add_row = [&](const std::string& label, const Extent& extent, double size) {
     if (extent.first > 0) {
       text += ExtentRow(label + "   Start=", First(extent), Last(extent), size * kSector);
-      lowest = lowest == 0 ? First(extent) : std::min(lowest, First(extent));
     }
     highest = std::max(highest, Last(extent));
   };
@@ -363,6 +361,7 @@ std::string ExtentsText(const PartitionExtents& extents) {
       add_row("PEXT", extents[kPext], Last(extents[kPext]) - First(extents[kPext]));
     }
   }
+  const double lowest = FirstPartitionStart(extents);
   text += ExtentRow("PALL Start=", lowest, highest, (highest - lowest + 1) * kSector);
   if (DriveReportedBytes != 0) {
     const std::string bytes = NumberText(DriveReportedBytes, "");
