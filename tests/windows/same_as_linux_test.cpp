@@ -156,7 +156,8 @@ RunResult RunOnLinux(const std::string& folder, const Case& row) {
 
 // Without what the two systems write in their own way, and without what depends on their speed.
 std::string Comparable(const std::string& text) {
-  static const std::regex times(R"(\d+[-/]\d+[-/]\d+ \d+:\d\d:\d\d( [AP]M)?|(\d+ min )?\d+ sec\b|took \d+ seconds)");
+  static const std::regex times(
+      R"(\d+[-/]\d+[-/]\d+ \d+:\d\d:\d\d( [AP]M)?|(\d+ min )?\d+ sec +remaining|took \d+ seconds)");
   static const std::regex folder("(Z:)?/[-/a-z0-9]+/the (windows|linux) side", std::regex::icase);
   std::string result = std::regex_replace(text, times, "TIME");
   std::replace(result.begin(), result.end(), '\\', '/');

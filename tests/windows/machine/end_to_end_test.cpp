@@ -177,7 +177,7 @@ std::string TakeFile(const char* name) {
 
 // Without what depends on the run's speed.
 std::string Comparable(const std::string& text) {
-  static const std::regex times(R"(\d+ min \d+ sec|took \d+ seconds)");
+  static const std::regex times(R"(\d+ min \d+ sec +remaining|took \d+ seconds)");
   return std::regex_replace(text, times, "TIME");
 }
 
